@@ -1,0 +1,170 @@
+// List: a doubly linked list with its own recursive lock.
+//
+// Every collection of the library is a List. It is deliberately transparent: callers walk it
+// by reading `first` and following `next` themselves, without the lock; that is the only way
+// of iterating. Each locked operation takes `lock` on entry and releases it on return; the
+// lock is recursive so that list_remove and list_clear can call list_find and
+// list_remove_node, and so that a caller may hold it around a sequence of operations.
+//
+// The List stores what it is given and compares items by identity. With a raw pointer item it
+// never touches the pointee, so users free their items before clearing or destroying the
+// List. With `std::unique_ptr<U>` items the item is freed together with its node, which is how
+// owning collections are written. A null item is stored like any other.
+//
+// There is no stored count: counting, finding and positional insertion walk the nodes.
+// Destroying a List (its destructor) frees the nodes without taking the lock, so the
+// destroying thread must be its last user. std::recursive_mutex's constructor plays the part
+// of recursive_mutex_init.
+#ifndef QUORLIN_BASE_LIST_HPP
+#define QUORLIN_BASE_LIST_HPP
+
+#include <concepts>
+#include <memory>
+#include <mutex>
+#include <type_traits>
+#include <utility>
+
+namespace quorlin {
+
+template <typename T>
+struct ListNode {
+  ListNode* previous = nullptr;
+  T item;
+  ListNode* next = nullptr;
+};
+
+template <typename T>
+struct List {
+  using Node = ListNode<T>;
+
+  std::recursive_mutex lock;
+  Node* first = nullptr;
+  Node* last = nullptr;
+
+  List() = default;
+  List(const List&) = delete;
+  List& operator=(const List&) = delete;
+  ~List() {
+    for (Node* node = first; node != nullptr;) {
+      Node* next = node->next;
+      delete node;
+      node = next;
+    }
+  }
+};
+
+// The identity by which list_find and list_remove compare items: the pointer itself, or the
+// owned pointer of a unique_ptr item.
+template <typename T>
+struct ListItemIdentity {
+  using Key = T;
+  static const T& of(const T& item) { return item; }
+};
+template <typename U, typename D>
+struct ListItemIdentity<std::unique_ptr<U, D>> {
+  using Key = const U*;
+  static const U* of(const std::unique_ptr<U, D>& item) { return item.get(); }
+};
+template <typename T>
+using ListKey = typename ListItemIdentity<T>::Key;
+
+template <typename T>
+std::unique_ptr<List<T>> list_create() {
+  return std::make_unique<List<T>>();
+}
+
+// Appends at the end in constant time; returns the new node.
+template <typename T, typename U>
+  requires std::constructible_from<T, U&&>
+ListNode<T>* list_append(List<T>& list, U&& item) {
+  std::lock_guard hold(list.lock);
+  auto* node = new ListNode<T>{list.last, T(std::forward<U>(item)), nullptr};
+  if (list.last != nullptr) list.last->next = node;
+  list.last = node;
+  if (list.first == nullptr) list.first = node;
+  return node;
+}
+
+// Inserts so that the new node stands at `position` (0 = front, count = end). A position that
+// is negative or beyond the count inserts nothing and returns null; the item is then left with
+// the caller (a unique_ptr passed with std::move is not consumed).
+template <typename T, typename U>
+  requires std::constructible_from<T, U&&>
+ListNode<T>* list_insert_at(List<T>& list, U&& item, int position) {
+  std::lock_guard hold(list.lock);
+  int budget = position > 0 ? position : 0;
+  int steps = 0;
+  ListNode<T>* predecessor = nullptr;
+  ListNode<T>* current = list.first;
+  while (current != nullptr && budget > 0) {
+    predecessor = current;
+    current = current->next;
+    ++steps;
+    --budget;
+  }
+  if (steps != position) return nullptr;
+
+  auto* node = new ListNode<T>{predecessor, T(std::forward<U>(item)), current};
+  if (predecessor != nullptr) predecessor->next = node;
+  if (current != nullptr) current->previous = node;
+  if (node->previous == nullptr) list.first = node;
+  if (node->next == nullptr) list.last = node;
+  return node;
+}
+
+template <typename T, typename U>
+  requires std::constructible_from<T, U&&>
+ListNode<T>* list_prepend(List<T>& list, U&& item) {
+  return list_insert_at(list, std::forward<U>(item), 0);
+}
+
+// The first node whose item is `item` (identity, not content), or null.
+template <typename T>
+ListNode<T>* list_find(List<T>& list, std::type_identity_t<ListKey<T>> item) {
+  std::lock_guard hold(list.lock);
+  for (ListNode<T>* node = list.first; node != nullptr; node = node->next) {
+    if (ListItemIdentity<T>::of(node->item) == item) return node;
+  }
+  return nullptr;
+}
+
+// Unlinks and frees `node`, which must belong to `list` (not checked).
+template <typename T>
+void list_remove_node(List<T>& list, ListNode<T>* node) {
+  std::lock_guard hold(list.lock);
+  if (node->previous != nullptr) node->previous->next = node->next;
+  if (node->next != nullptr) node->next->previous = node->previous;
+  if (list.first == node) list.first = node->next;
+  if (list.last == node) list.last = node->previous;
+  delete node;
+}
+
+// Removes the first node holding `item`; an absent item changes nothing.
+template <typename T>
+void list_remove(List<T>& list, std::type_identity_t<ListKey<T>> item) {
+  std::lock_guard hold(list.lock);
+  if (ListNode<T>* node = list_find(list, item)) list_remove_node(list, node);
+}
+
+// Removes every node; the List stays usable.
+template <typename T>
+void list_clear(List<T>& list) {
+  std::lock_guard hold(list.lock);
+  for (ListNode<T>* node = list.first; node != nullptr;) {
+    ListNode<T>* next = node->next;
+    list_remove_node(list, node);
+    node = next;
+  }
+}
+
+template <typename T>
+int list_count(List<T>& list) {
+  std::lock_guard hold(list.lock);
+  int count = 0;
+  for (ListNode<T>* node = list.first; node != nullptr; node = node->next) ++count;
+  return count;
+}
+
+}  // namespace quorlin
+
+#endif  // QUORLIN_BASE_LIST_HPP

@@ -1,0 +1,87 @@
+#include "quorlin/base/strings.hpp"
+
+#include <cstdio>
+#include <cstring>
+
+namespace quorlin {
+
+std::string_view c_text(std::string_view text) {
+  const void* nul = std::memchr(text.data(), '\0', text.size());
+  if (nul == nullptr) return text;
+  return text.substr(0, static_cast<std::size_t>(static_cast<const char*>(nul) - text.data()));
+}
+
+std::string str_from_long(long value) {
+  char buffer[21];
+  std::snprintf(buffer, sizeof buffer, "%ld", value);
+  return buffer;
+}
+
+std::string str_copy(std::string_view text) { return std::string(text); }
+
+std::string str_ndup(const char* text, std::size_t n) { return std::string(text, strnlen(text, n)); }
+
+std::string str_append_free(std::string owned, std::string_view tail) {
+  owned.append(tail);
+  return owned;
+}
+
+int str_replace_char(std::string& text, char from, char to) {
+  int replaced = 0;
+  for (char& byte : text) {
+    if (byte == from) {
+      byte = to;
+      replaced = 1;
+    }
+  }
+  return replaced;
+}
+
+bool str_has_at(std::string_view text, std::string_view prefix, std::size_t offset) {
+  return offset <= text.size() && text.substr(offset).starts_with(prefix);
+}
+
+const char* str_find_bounded(const char* haystack, std::string_view needle, std::size_t n) {
+  if (n == 0) return nullptr;
+  if (needle.empty()) return haystack;
+  std::size_t matched = 0;
+  std::size_t run_start = 0;
+  for (std::size_t i = 0; i < n; ++i) {
+    if (haystack[i] != needle[matched]) {
+      matched = 0;  // the breaking byte does not start a new run
+      continue;
+    }
+    if (matched == 0) run_start = i;
+    if (++matched == needle.size()) return haystack + run_start;
+  }
+  return nullptr;
+}
+
+char hex_digit(unsigned value) { return value <= 15 ? "0123456789abcdef"[value] : '0'; }
+
+int hex_value(char digit) {
+  if (digit >= '0' && digit <= '9') return digit - '0';
+  if (digit >= 'a' && digit <= 'f') return digit - 'a' + 10;
+  return 0;
+}
+
+std::string hex_encode(std::span<const std::uint8_t> bytes) {
+  std::string text;
+  text.reserve(2 * bytes.size());
+  for (std::uint8_t byte : bytes) {
+    text.push_back(hex_digit(byte >> 4));
+    text.push_back(hex_digit(byte & 0xF));
+  }
+  return text;
+}
+
+std::vector<std::uint8_t> hex_decode(std::string_view text) {
+  text = c_text(text);
+  std::vector<std::uint8_t> bytes(text.size() / 2);
+  for (std::size_t i = 0; i < bytes.size(); ++i) {
+    bytes[i] = static_cast<std::uint8_t>(hex_value(text[2 * i]) * 16 + hex_value(text[2 * i + 1]));
+  }
+  return bytes;
+}
+
+}  // namespace quorlin

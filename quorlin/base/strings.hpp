@@ -1,0 +1,58 @@
+// Small text and hexadecimal helpers.
+//
+// Texts follow C rules where that is what callers rely on: a text handed in as a view ends at
+// its first NUL byte (c_text), and every function that makes text returns a new std::string.
+#ifndef QUORLIN_BASE_STRINGS_HPP
+#define QUORLIN_BASE_STRINGS_HPP
+
+#include <cstddef>
+#include <cstdint>
+#include <span>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace quorlin {
+
+// The part of `text` before its first NUL byte (all of it when there is none).
+std::string_view c_text(std::string_view text);
+
+// The value formatted with "%ld".
+std::string str_from_long(long value);
+
+std::string str_copy(std::string_view text);
+
+// At most the first n bytes of `text`, fewer when a NUL comes first.
+std::string str_ndup(const char* text, std::size_t n);
+
+// `owned` with `tail` appended, so that a caller can write s = str_append_free(std::move(s), t).
+std::string str_append_free(std::string owned, std::string_view tail);
+
+// Replaces every `from` byte of `text` with `to`; returns 1 when any was replaced, else 0.
+int str_replace_char(std::string& text, char from, char to);
+
+// Whether the first occurrence of `prefix` in `text` at or after `offset` begins exactly at
+// `offset`; false for an offset beyond the text.
+bool str_has_at(std::string_view text, std::string_view prefix, std::size_t offset);
+
+// The position of `needle` within the first n bytes of `haystack` (NUL bytes there are looked
+// at like any other), or null. One forward pass: a byte that breaks a partial match resets it
+// and is not tried again as the start of a new one, so "aab" is not found in "aaab". An empty
+// needle is found at the start when n is above 0.
+const char* str_find_bounded(const char* haystack, std::string_view needle, std::size_t n);
+
+// The lower-case digit of 0..15; "0" for anything above.
+char hex_digit(unsigned value);
+
+// 0..9 for "0".."9", 10..15 for "a".."f"; 0 for every other byte, upper-case digits included.
+int hex_value(char digit);
+
+// Two lower-case digits per byte, high half first.
+std::string hex_encode(std::span<const std::uint8_t> bytes);
+
+// One byte per pair of digits (through hex_value); a final odd digit is ignored.
+std::vector<std::uint8_t> hex_decode(std::string_view text);
+
+}  // namespace quorlin
+
+#endif  // QUORLIN_BASE_STRINGS_HPP

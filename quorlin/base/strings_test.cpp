@@ -1,0 +1,78 @@
+#include "quorlin/base/strings.hpp"
+
+#include <gtest/gtest.h>
+
+#include <climits>
+#include <string>
+#include <vector>
+
+namespace quorlin {
+namespace {
+
+using namespace std::string_literals;
+
+TEST(StrFindBounded, OnePassWithoutRetryingTheBreakingByte) {
+  struct Case {
+    std::string haystack;
+    std::string needle;
+    std::size_t n;
+    long expected;  // offset of the match, -1 for none
+  };
+  const std::vector<Case> cases = {
+      {"aaab", "aab", 4, -1},  // the second "a" breaks "aa" + "b" and is not retried
+      {"xaab", "aab", 4, 1},    {"abab", "ab", 4, 0},   {"abcabd", "abd", 6, 3},
+      {"abc", "c", 2, -1},      {"abc", "c", 3, 2},     {"abc", "bc", 0, -1},
+      {"a\0bc"s, "bc", 4, 2},  // NUL bytes inside the bound are looked at like any other
+      {"abc", "", 1, 0},        {"abc", "", 0, -1},
+  };
+  for (const Case& test : cases) {
+    const char* found = str_find_bounded(test.haystack.data(), test.needle, test.n);
+    const long offset = found == nullptr ? -1 : found - test.haystack.data();
+    EXPECT_EQ(offset, test.expected) << test.haystack << " / " << test.needle << " / " << test.n;
+  }
+}
+
+TEST(Hex, DigitsValuesAndRoundTrips) {
+  EXPECT_EQ(hex_digit(0), '0');
+  EXPECT_EQ(hex_digit(11), 'b');
+  EXPECT_EQ(hex_digit(16), '0');
+  EXPECT_EQ(hex_value('f'), 15);
+  EXPECT_EQ(hex_value('A'), 0);  // upper-case digits are not digits here
+  EXPECT_EQ(hex_value('g'), 0);
+
+  const std::vector<std::uint8_t> pair = {0x00, 0xAB};
+  EXPECT_EQ(hex_encode(pair), "00ab");
+  EXPECT_EQ(hex_decode("00ab"), pair);
+  EXPECT_EQ(hex_decode("00AB"), (std::vector<std::uint8_t>{0x00, 0x00}));
+  EXPECT_EQ(hex_decode("abc"), (std::vector<std::uint8_t>{0xAB}));
+  EXPECT_TRUE(hex_decode("").empty());
+
+  std::vector<std::uint8_t> all(256);
+  for (int i = 0; i < 256; ++i) all[i] = static_cast<std::uint8_t>(i);
+  const std::string text = hex_encode(all);
+  EXPECT_EQ(text.size(), 512u);
+  EXPECT_EQ(hex_decode(text), all);
+}
+
+TEST(Strings, SmallHelpers) {
+  EXPECT_EQ(str_from_long(-2147483648L), "-2147483648");
+  EXPECT_EQ(str_from_long(LONG_MIN), std::to_string(LONG_MIN));
+  EXPECT_EQ(str_ndup("abcdef", 3), "abc");
+  EXPECT_EQ(str_ndup("ab", 10), "ab");
+  EXPECT_EQ(str_append_free("ab", "cd"), "abcd");
+  EXPECT_EQ(c_text("ab\0cd"s), "ab");
+
+  std::string text = "a.b.c";
+  EXPECT_EQ(str_replace_char(text, '.', '/'), 1);
+  EXPECT_EQ(text, "a/b/c");
+  EXPECT_EQ(str_replace_char(text, '.', '/'), 0);
+  EXPECT_EQ(text, "a/b/c");
+
+  EXPECT_TRUE(str_has_at("xxabc", "ab", 2));
+  EXPECT_FALSE(str_has_at("xxabc", "ab", 1));
+  EXPECT_FALSE(str_has_at("ab", "ab", 3));
+  EXPECT_TRUE(str_has_at("ab", "", 2));
+}
+
+}  // namespace
+}  // namespace quorlin

@@ -1,0 +1,105 @@
+#include "quorlin/base/url.hpp"
+
+#include <gtest/gtest.h>
+
+#include <cctype>
+#include <cstdio>
+#include <cstring>
+#include <string>
+#include <utility>
+#include <vector>
+
+namespace quorlin {
+namespace {
+
+using namespace std::string_literals;
+
+// What the encoding of one byte must be, worked out with the C library's own formatting.
+std::string expected_encoding(unsigned char byte) {
+  if (std::isalnum(byte) && byte < 0x80) return std::string(1, static_cast<char>(byte));
+  if (std::strchr(".-*_", byte) != nullptr && byte != 0) return std::string(1, static_cast<char>(byte));
+  if (byte == ' ') return "+";
+  char escape[8];
+  std::snprintf(escape, sizeof escape, "%%%2X", byte);
+  return escape;
+}
+
+TEST(UrlEncode, EveryByteMatchesTheFormattedEscapeAndDecodesBack) {
+  std::string all_bytes;
+  for (int value = 1; value < 256; ++value) {
+    const auto byte = static_cast<unsigned char>(value);
+    const std::string one(1, static_cast<char>(byte));
+    SCOPED_TRACE(value);
+    EXPECT_EQ(url_encode(one), expected_encoding(byte));
+    EXPECT_EQ(url_decode(url_encode(one)), one);
+    EXPECT_EQ(url_is_unreserved(byte), expected_encoding(byte) == one);
+    all_bytes += one;
+  }
+  EXPECT_EQ(url_decode(url_encode(all_bytes)), all_bytes);
+}
+
+TEST(UrlEncode, KnownTexts) {
+  const std::vector<std::pair<std::string, std::string>> cases = {
+      {"", ""},
+      {"net-1_a.b*", "net-1_a.b*"},
+      {"a b", "a+b"},
+      {"a&b=c", "a%26b%3Dc"},
+      {"x\n", "x% A"},
+      {"\t", "% 9"},
+      {"~/", "%7E%2F"},
+      {"\xe9", "%E9"},
+      {"a@b.c", "a%40b.c"},
+      {"cut\0here"s, "cut"},  // a text ends at its first NUL
+  };
+  for (const auto& [text, encoded] : cases) EXPECT_EQ(url_encode(text), encoded) << text;
+}
+
+TEST(UrlDecode, KnownTextsAndBrokenEscapes) {
+  const std::vector<std::pair<std::string, std::string>> cases = {
+      {"a+b%2Fc", "a b/c"},
+      {"%e9", "\xe9"},
+      {"%E9", "\xe9"},
+      {"% A", "\n"},
+      {"%\tA", "\n"},    // any blank that scanf skips
+      {"%A", "\n"},      // one digit, cut short by the end
+      {"%4x", "\x04"},   // one digit, then a byte that is not one
+      {"100%", "100%"},  // a lone "%" yields URL_DECODE_BAD_ESCAPE
+      {"%zz1", "%1"},    // the position still advances by three
+      {"% ", "%"},
+      {"%  1", "%1"},
+      {"ab%00cd", "ab"},  // a decoded NUL ends the text
+      {"ab\0%41"s, "ab"},
+      {"&=~", "&=~"},  // reserved bytes other than "%" and "+" pass
+  };
+  for (const auto& [text, decoded] : cases) EXPECT_EQ(url_decode(text), decoded) << text;
+}
+
+TEST(UrlDecode, CharAdvancesByOneOrThree) {
+  std::size_t position = 0;
+  const std::string text = "+%41b%";
+  EXPECT_EQ(url_decode_char(text, position), ' ');
+  EXPECT_EQ(position, 1u);
+  EXPECT_EQ(url_decode_char(text, position), 'A');
+  EXPECT_EQ(position, 4u);
+  EXPECT_EQ(url_decode_char(text, position), 'b');
+  EXPECT_EQ(url_decode_char(text, position), URL_DECODE_BAD_ESCAPE);
+  EXPECT_EQ(position, 8u);
+}
+
+TEST(UrlEncode, SizeAndCharacterClasses) {
+  EXPECT_EQ(url_encoded_size(nullptr), 0u);
+  EXPECT_EQ(url_encoded_size(""), 0u);
+  EXPECT_EQ(url_encoded_size("a&b"), 9u);
+  for (int value = 0; value < 256; ++value) {
+    const auto byte = static_cast<unsigned char>(value);
+    EXPECT_EQ(is_ascii_alnum(byte), value < 0x80 && std::isalnum(value) != 0) << value;
+  }
+  char out[8] = "zzzzzzz";
+  std::size_t position = 1;
+  url_encode_char('\n', out, position);
+  EXPECT_EQ(position, 4u);
+  EXPECT_STREQ(out, "z% A");
+}
+
+}  // namespace
+}  // namespace quorlin
