@@ -65,7 +65,8 @@ void BM_hash_table_insert(benchmark::State& state) {
   for (auto _ : state) {
     auto table = quorlin::hash_table_create(0);
     HashValue value = 1;
-    for (const std::string& key : host_keys()) quorlin::hash_table_insert(*table, key.c_str(), value++);
+    for (const std::string& key : host_keys())
+      quorlin::hash_table_insert(*table, key.c_str(), value++);
     benchmark::DoNotOptimize(table->count);
   }
   state.SetItemsProcessed(state.iterations() * kKeyCount);
@@ -84,7 +85,8 @@ void BM_unordered_map_insert(benchmark::State& state) {
 void BM_hash_table_lookup(benchmark::State& state) {
   auto table = quorlin::hash_table_create(0);
   HashValue value = 1;
-  for (const std::string& key : host_keys()) quorlin::hash_table_insert(*table, key.c_str(), value++);
+  for (const std::string& key : host_keys())
+    quorlin::hash_table_insert(*table, key.c_str(), value++);
   for (auto _ : state) {
     HashValue sum = 0;
     for (const std::string& key : shuffled_keys()) sum += quorlin::hash_table_lookup(*table, key);
@@ -178,7 +180,8 @@ void run_encode(benchmark::State& state, Encoder encode) {
 
 template <typename Decoder>
 void run_decode(benchmark::State& state, Decoder decode) {
-  const std::string text = quorlin::url_encode(corpus(static_cast<Corpus>(state.range(0)), state.range(1)));
+  const std::string text =
+      quorlin::url_encode(corpus(static_cast<Corpus>(state.range(0)), state.range(1)));
   for (auto _ : state) {
     std::string decoded = decode(text);
     benchmark::DoNotOptimize(decoded.data());
@@ -189,11 +192,15 @@ void run_decode(benchmark::State& state, Decoder decode) {
 void BM_url_encode(benchmark::State& state) {
   run_encode(state, [](const std::string& text) { return quorlin::url_encode(text); });
 }
-void BM_naive_url_encode(benchmark::State& state) { run_encode(state, naive_url_encode); }
+void BM_naive_url_encode(benchmark::State& state) {
+  run_encode(state, naive_url_encode);
+}
 void BM_url_decode(benchmark::State& state) {
   run_decode(state, [](const std::string& text) { return quorlin::url_decode(text); });
 }
-void BM_naive_url_decode(benchmark::State& state) { run_decode(state, naive_url_decode); }
+void BM_naive_url_decode(benchmark::State& state) {
+  run_decode(state, naive_url_decode);
+}
 
 void url_sizes(benchmark::internal::Benchmark* bench) {
   bench->ArgNames({"text_like", "bytes"});

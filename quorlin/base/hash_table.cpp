@@ -11,9 +11,9 @@ namespace quorlin {
 namespace {
 
 constexpr std::array<std::uint32_t, HASH_TABLE_SIZE_STEPS> kPrimes = {
-    53,        97,        193,       389,       769,       1543,     3079,     6151,     12289,
-    24593,     49157,     98317,     196613,    393241,    786433,   1572869,  3145739,  6291469,
-    12582917,  25165843,  50331653,  100663319, 201326611, 402653189, 805306457, 1610612741};
+    53,       97,       193,      389,       769,       1543,      3079,      6151,      12289,
+    24593,    49157,    98317,    196613,    393241,    786433,    1572869,   3145739,   6291469,
+    12582917, 25165843, 50331653, 100663319, 201326611, 402653189, 805306457, 1610612741};
 
 __extension__ using Uint128 = unsigned __int128;
 
@@ -129,9 +129,13 @@ HashTable::~HashTable() {
   for (std::uint32_t i = 0; i < buckets_in_use; ++i) drop_key(buckets[i]);
 }
 
-std::uint32_t HashTable::bucket_count() const { return kPrimes[size_step]; }
+std::uint32_t HashTable::bucket_count() const {
+  return kPrimes[size_step];
+}
 
-std::uint32_t hash_table_prime(int size_step) { return kPrimes[size_step]; }
+std::uint32_t hash_table_prime(int size_step) {
+  return kPrimes[size_step];
+}
 
 std::uint32_t hash_string(std::string_view key) {
   std::uint32_t hash = 5381;

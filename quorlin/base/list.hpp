@@ -75,8 +75,8 @@ std::unique_ptr<List<T>> list_create() {
 
 // Appends at the end in constant time; returns the new node.
 template <typename T, typename U>
-  requires std::constructible_from<T, U&&>
-ListNode<T>* list_append(List<T>& list, U&& item) {
+requires std::constructible_from<T, U&&> ListNode<T>
+*list_append(List<T>& list, U&& item) {
   std::lock_guard hold(list.lock);
   auto* node = new ListNode<T>{list.last, T(std::forward<U>(item)), nullptr};
   if (list.last != nullptr) list.last->next = node;
@@ -89,8 +89,8 @@ ListNode<T>* list_append(List<T>& list, U&& item) {
 // is negative or beyond the count inserts nothing and returns null; the item is then left with
 // the caller (a unique_ptr passed with std::move is not consumed).
 template <typename T, typename U>
-  requires std::constructible_from<T, U&&>
-ListNode<T>* list_insert_at(List<T>& list, U&& item, int position) {
+requires std::constructible_from<T, U&&> ListNode<T>
+*list_insert_at(List<T>& list, U&& item, int position) {
   std::lock_guard hold(list.lock);
   int budget = position > 0 ? position : 0;
   int steps = 0;
@@ -113,8 +113,8 @@ ListNode<T>* list_insert_at(List<T>& list, U&& item, int position) {
 }
 
 template <typename T, typename U>
-  requires std::constructible_from<T, U&&>
-ListNode<T>* list_prepend(List<T>& list, U&& item) {
+requires std::constructible_from<T, U&&> ListNode<T>
+*list_prepend(List<T>& list, U&& item) {
   return list_insert_at(list, std::forward<U>(item), 0);
 }
 

@@ -29,9 +29,15 @@ TEST(List, InsertAtAcceptsExactlyZeroToCount) {
     std::vector<int*> expected;  // empty: the insert must fail and change nothing
   };
   const std::vector<Case> cases = {
-      {0, -1, {}},        {0, 0, {&x}},          {0, 1, {}},
-      {3, -1, {}},        {3, 0, {&x, &a, &b, &c}}, {3, 1, {&a, &x, &b, &c}},
-      {3, 3, {&a, &b, &c, &x}}, {3, 4, {}},      {3, -100, {}},
+      {0, -1, {}},
+      {0, 0, {&x}},
+      {0, 1, {}},
+      {3, -1, {}},
+      {3, 0, {&x, &a, &b, &c}},
+      {3, 1, {&a, &x, &b, &c}},
+      {3, 3, {&a, &b, &c, &x}},
+      {3, 4, {}},
+      {3, -100, {}},
   };
   for (const Case& test : cases) {
     SCOPED_TRACE(testing::Message() << "initial " << test.initial << " position " << test.position);

@@ -1,5 +1,6 @@
 #include "quorlin/base/strings.hpp"
 
+#include <algorithm>
 #include <cstdio>
 #include <cstring>
 
@@ -11,15 +12,50 @@ std::string_view c_text(std::string_view text) {
   return text.substr(0, static_cast<std::size_t>(static_cast<const char*>(nul) - text.data()));
 }
 
+long str_index_before(std::string_view text, std::string_view needle, long start, long end) {
+  if (start < 0) start = 0;
+  const auto length = static_cast<long>(text.size());
+  if (start >= length || end <= start) return -1;
+  // A match must begin before `end`, so the search never needs more than end - 1 + |needle|.
+  const long limit = std::min(length, end - 1 + static_cast<long>(needle.size()));
+  const std::string_view window = text.substr(start, limit - start);
+  const std::size_t found = window.find(needle);
+  return found == std::string_view::npos ? -1 : start + static_cast<long>(found);
+}
+
+long str_index(std::string_view text, std::string_view needle, long start) {
+  return str_index_before(text, needle, start, static_cast<long>(text.size()));
+}
+
+std::string str_substring(std::string_view text, long from, long to) {
+  if (to < 0 || to > static_cast<long>(text.size())) to = static_cast<long>(text.size());
+  if (from < 0) from = 0;
+  if (from >= to) return {};
+  return std::string(c_text(text.substr(from, to - from)));
+}
+
+std::string str_concat(std::initializer_list<std::string_view> parts) {
+  std::size_t total = 0;
+  for (std::string_view part : parts) total += part.size();
+  std::string joined;
+  joined.reserve(total);
+  for (std::string_view part : parts) joined.append(part);
+  return joined;
+}
+
 std::string str_from_long(long value) {
   char buffer[21];
   std::snprintf(buffer, sizeof buffer, "%ld", value);
   return buffer;
 }
 
-std::string str_copy(std::string_view text) { return std::string(text); }
+std::string str_copy(std::string_view text) {
+  return std::string(text);
+}
 
-std::string str_ndup(const char* text, std::size_t n) { return std::string(text, strnlen(text, n)); }
+std::string str_ndup(const char* text, std::size_t n) {
+  return std::string(text, strnlen(text, n));
+}
 
 std::string str_append_free(std::string owned, std::string_view tail) {
   owned.append(tail);
@@ -57,7 +93,9 @@ const char* str_find_bounded(const char* haystack, std::string_view needle, std:
   return nullptr;
 }
 
-char hex_digit(unsigned value) { return value <= 15 ? "0123456789abcdef"[value] : '0'; }
+char hex_digit(unsigned value) {
+  return value <= 15 ? "0123456789abcdef"[value] : '0';
+}
 
 int hex_value(char digit) {
   if (digit >= '0' && digit <= '9') return digit - '0';

@@ -7,6 +7,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <initializer_list>
 #include <span>
 #include <string>
 #include <string_view>
@@ -16,6 +17,20 @@ namespace quorlin {
 
 // The part of `text` before its first NUL byte (all of it when there is none).
 std::string_view c_text(std::string_view text);
+
+// The index of the first `needle` at or after `start` in the whole of `text`, or -1; also -1
+// when start is not less than the text's length. A negative start searches from 0.
+long str_index(std::string_view text, std::string_view needle, long start);
+
+// str_index when its result is less than `end`, else -1: a match that begins before `end`
+// counts even when it runs past it. Only matches that begin before `end` are looked for.
+long str_index_before(std::string_view text, std::string_view needle, long start, long end);
+
+// The bytes from `from` up to, not including, `to` (-1: the text's end); a NUL ends it early.
+std::string str_substring(std::string_view text, long from, long to);
+
+// All the parts joined in order, allocated once.
+std::string str_concat(std::initializer_list<std::string_view> parts);
 
 // The value formatted with "%ld".
 std::string str_from_long(long value);

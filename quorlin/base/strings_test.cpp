@@ -18,13 +18,14 @@ TEST(StrFindBounded, OnePassWithoutRetryingTheBreakingByte) {
     std::size_t n;
     long expected;  // offset of the match, -1 for none
   };
-  const std::vector<Case> cases = {
-      {"aaab", "aab", 4, -1},  // the second "a" breaks "aa" + "b" and is not retried
-      {"xaab", "aab", 4, 1},    {"abab", "ab", 4, 0},   {"abcabd", "abd", 6, 3},
-      {"abc", "c", 2, -1},      {"abc", "c", 3, 2},     {"abc", "bc", 0, -1},
-      {"a\0bc"s, "bc", 4, 2},  // NUL bytes inside the bound are looked at like any other
-      {"abc", "", 1, 0},        {"abc", "", 0, -1},
-  };
+  const std::vector<Case> cases =
+      {
+          {"aaab", "aab", 4, -1},  // the second "a" breaks "aa" + "b" and is not retried
+          {"xaab", "aab", 4, 1},  {"abab", "ab", 4, 0}, {"abcabd", "abd", 6, 3},
+          {"abc", "c", 2, -1},    {"abc", "c", 3, 2},   {"abc", "bc", 0, -1},
+          {"a\0bc"s, "bc", 4, 2},  // NUL bytes inside the bound are looked at like any other
+          {"abc", "", 1, 0},      {"abc", "", 0, -1},
+      };
   for (const Case& test : cases) {
     const char* found = str_find_bounded(test.haystack.data(), test.needle, test.n);
     const long offset = found == nullptr ? -1 : found - test.haystack.data();

@@ -23,8 +23,7 @@ constexpr bool is_ascii_alnum_constexpr(unsigned char byte) {
 }
 
 constexpr bool is_unreserved_constexpr(unsigned char byte) {
-  return is_ascii_alnum_constexpr(byte) || byte == '.' || byte == '-' || byte == '*' ||
-         byte == '_';
+  return is_ascii_alnum_constexpr(byte) || byte == '.' || byte == '-' || byte == '*' || byte == '_';
 }
 
 constexpr std::array<Escape, 256> make_escape_table() {
@@ -80,9 +79,13 @@ char decode_escape(std::string_view text, std::size_t percent) {
 
 }  // namespace
 
-bool is_ascii_alnum(unsigned char byte) { return is_ascii_alnum_constexpr(byte); }
+bool is_ascii_alnum(unsigned char byte) {
+  return is_ascii_alnum_constexpr(byte);
+}
 
-bool url_is_unreserved(unsigned char byte) { return is_unreserved_constexpr(byte); }
+bool url_is_unreserved(unsigned char byte) {
+  return is_unreserved_constexpr(byte);
+}
 
 std::size_t url_encoded_size(const char* text) {
   return text == nullptr ? 0 : 3 * std::strlen(text);

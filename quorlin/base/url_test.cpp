@@ -17,7 +17,8 @@ using namespace std::string_literals;
 // What the encoding of one byte must be, worked out with the C library's own formatting.
 std::string expected_encoding(unsigned char byte) {
   if (std::isalnum(byte) && byte < 0x80) return std::string(1, static_cast<char>(byte));
-  if (std::strchr(".-*_", byte) != nullptr && byte != 0) return std::string(1, static_cast<char>(byte));
+  if (std::strchr(".-*_", byte) != nullptr && byte != 0)
+    return std::string(1, static_cast<char>(byte));
   if (byte == ' ') return "+";
   char escape[8];
   std::snprintf(escape, sizeof escape, "%%%2X", byte);
@@ -56,20 +57,14 @@ TEST(UrlEncode, KnownTexts) {
 
 TEST(UrlDecode, KnownTextsAndBrokenEscapes) {
   const std::vector<std::pair<std::string, std::string>> cases = {
-      {"a+b%2Fc", "a b/c"},
-      {"%e9", "\xe9"},
-      {"%E9", "\xe9"},
-      {"% A", "\n"},
-      {"%\tA", "\n"},    // any blank that scanf skips
-      {"%A", "\n"},      // one digit, cut short by the end
-      {"%4x", "\x04"},   // one digit, then a byte that is not one
-      {"100%", "100%"},  // a lone "%" yields URL_DECODE_BAD_ESCAPE
-      {"%zz1", "%1"},    // the position still advances by three
-      {"% ", "%"},
-      {"%  1", "%1"},
-      {"ab%00cd", "ab"},  // a decoded NUL ends the text
-      {"ab\0%41"s, "ab"},
-      {"&=~", "&=~"},  // reserved bytes other than "%" and "+" pass
+      {"a+b%2Fc", "a b/c"}, {"%e9", "\xe9"}, {"%E9", "\xe9"},
+      {"% A", "\n"},        {"%\tA", "\n"},  // any blank that scanf skips
+      {"%A", "\n"},                          // one digit, cut short by the end
+      {"%4x", "\x04"},                       // one digit, then a byte that is not one
+      {"100%", "100%"},                      // a lone "%" yields URL_DECODE_BAD_ESCAPE
+      {"%zz1", "%1"},                        // the position still advances by three
+      {"% ", "%"},          {"%  1", "%1"},  {"ab%00cd", "ab"},  // a decoded NUL ends the text
+      {"ab\0%41"s, "ab"},   {"&=~", "&=~"},  // reserved bytes other than "%" and "+" pass
   };
   for (const auto& [text, decoded] : cases) EXPECT_EQ(url_decode(text), decoded) << text;
 }

@@ -1,0 +1,56 @@
+#include "quorlin/xml/xml_node.hpp"
+
+#include <gtest/gtest.h>
+
+#include "quorlin/xml/xml_test_support.hpp"
+
+namespace quorlin {
+namespace {
+
+TEST(XmlNode, AttributesKeepOrderRepeatAndTheLastOneWins) {
+  auto node = xml_node_new("a");
+  EXPECT_EQ(xml_node_attribute(*node, "a"), std::nullopt);
+  xml_node_add_attribute(*node, "a", "1");
+  xml_node_add_attribute(*node, "b", "2");
+  xml_node_add_attribute(*node, "a", "3");
+  EXPECT_EQ(xml_node_attribute(*node, "a"), "3");
+  EXPECT_EQ(xml_node_attribute(*node, "b"), "2");
+  EXPECT_EQ(xml_node_attribute(*node, "c"), std::nullopt);
+  EXPECT_EQ(xml_node_attribute(*node, "A"), std::nullopt);
+  EXPECT_EQ(describe(node.get()), "a[a=1;b=2;a=3]");
+}
+
+TEST(XmlNode, TextIsCopiedReplacedAndCleared) {
+  auto node = xml_node_new("a");
+  EXPECT_EQ(xml_node_text(*node), std::nullopt);
+  {
+    std::string caller_text = "first";
+    xml_node_set_text(*node, caller_text);
+    caller_text = "changed";
+  }
+  EXPECT_EQ(xml_node_text(*node), "first");
+  xml_node_set_text(*node, "");
+  EXPECT_EQ(xml_node_text(*node), "");  // empty is not absent
+  xml_node_set_text(*node, std::nullopt);
+  EXPECT_EQ(xml_node_text(*node), std::nullopt);
+}
+
+TEST(XmlNode, NewNodeHasAnEmptyChildListAndChildrenKeepTheirOrder) {
+  auto root = xml_node_new("r");
+  EXPECT_EQ(xml_node_children(*root).first, nullptr);
+  for (const char* name : {"x", "y", "z"}) xml_node_add_child(*root, xml_node_new(name));
+  EXPECT_EQ(describe(root.get()), "r(x,y,z)");
+}
+
+TEST(XmlNode, FreesAMillionLevelsWithoutRecursion) {
+  auto root = xml_node_new("r");
+  XmlNode* deepest = root.get();
+  for (int level = 0; level < 1'000'000; ++level) {
+    deepest = xml_node_add_child(*deepest, xml_node_new("e"))->item.get();
+  }
+  root.reset();  // a recursive destructor would overflow the stack here
+  SUCCEED();
+}
+
+}  // namespace
+}  // namespace quorlin

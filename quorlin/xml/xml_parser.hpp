@@ -1,0 +1,45 @@
+// The forgiving XML parser.
+//
+// It reads the documents that the service and this library write: elements, double-quoted
+// attributes, text, self-closing elements and a declaration at the very first byte. It does
+// not validate, decode entities or trim whitespace, and its reading has fixed quirks that
+// callers rely on:
+//   - "<?...>" is skipped only at byte 0; anywhere else it is an element named "?xml" (or so);
+//   - the name ends at the first blank of the tag, so "<a/>" is named "a/" and "<a />" is "a";
+//   - an element is closed by the first "</name>" after its opening tag, even a nested one's;
+//   - elements after the first top-level one become children of that root;
+//   - a node's text is the last text segment directly inside it, written after its children;
+//   - attributes are split at double quotes, skipping one byte between them.
+// Malformed input ends the parse of the range it is in; what was built so far stays.
+//
+// The parse runs in time linear in the document (plus a logarithmic factor for closing tags):
+// every search is bounded by its range, closing tags come from an index of all "</...>" built
+// in one pass, and nesting is followed with an explicit stack, so depth costs no stack.
+#ifndef QUORLIN_XML_XML_PARSER_HPP
+#define QUORLIN_XML_XML_PARSER_HPP
+
+#include <memory>
+#include <string_view>
+
+#include "quorlin/xml/xml_node.hpp"
+
+namespace quorlin {
+
+// The root of the first complete element of `text` (which ends at its first NUL), or null.
+std::unique_ptr<XmlNode> xml_parse(std::string_view text);
+
+// Parses the elements of text[start, end). With a parent, each element is appended to it and
+// null is returned; without one, the first element becomes the root that is returned and the
+// later ones its children.
+std::unique_ptr<XmlNode> xml_parse_element(XmlNode* parent, std::string_view text, long start,
+                                           long end);
+
+// Splits text[start, end) into attributes at double quotes and adds them to `node`.
+void xml_parse_attributes(XmlNode& node, std::string_view text, long start, long end);
+
+// Adds the attribute name="value" of text[start, end) to `node`; nothing without an "=".
+void xml_parse_attribute(XmlNode& node, std::string_view text, long start, long end);
+
+}  // namespace quorlin
+
+#endif  // QUORLIN_XML_XML_PARSER_HPP

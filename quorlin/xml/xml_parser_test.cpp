@@ -1,0 +1,126 @@
+#include "quorlin/xml/xml_parser.hpp"
+
+#include <gtest/gtest.h>
+
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "quorlin/xml/xml_test_support.hpp"
+#include "quorlin/xml/xml_writer.hpp"
+
+namespace quorlin {
+namespace {
+
+TEST(XmlParse, TreesOfTheForgivingGrammar) {
+  const std::vector<std::pair<std::string, std::string>> cases = {
+      // declarations are skipped at byte 0 only
+      {"<?xml version=\"1.0\"?><r><x>1</x></r>", "r(x='1')"},
+      {" <?xml version=\"1.0\"?><r></r>", "null"},
+      {"\xef\xbb\xbf<?xml version=\"1.0\"?><r></r>", "null"},
+      {"<?xml?>", "null"},
+      {"<!-- note --><r></r>", "null"},
+      // names end at the first blank of the tag, slash and tabs included
+      {"<a/>", "a/"},
+      {"<a />", "a"},
+      {"<a\tb></a\tb>", "a\tb"},
+      {"<></>", ""},
+      // text: the last segment directly inside, kept as written
+      {"<a>\n  <b>1</b>\n</a>", "a(b='1')='\n'"},
+      {"<a>1<b></b>2<c></c>3</a>", "a(b,c)='3'"},
+      {"<a>&amp; &lt;</a>", "a='&amp; &lt;'"},
+      {"<a></a>", "a"},
+      // the first closing tag of the same name wins; later top-level elements join the root
+      {"<a><a>x</a></a>", "a"},
+      {"<a></a><b /><c>3</c>", "a(b,c='3')"},
+      {"<r><a>1</a><b>unclosed</r>", "r(a='1')"},
+      {"<r><b>never closed<c>2</c></r>", "r"},
+      // attributes split at double quotes, one byte skipped between them
+      {"<a x=\"1\" y=\"2\">t</a>", "a[x=1;y=2]='t'"},
+      {"<a x=1 y=2></a>", "a[x=1 y=2]"},
+      {"<a x='1'></a>", "a[x='1']"},
+      {"<a  x=\"1\"></a>", "a[ x=1]"},
+      {"<a x=\"1\"y=\"2\"></a>", "a[x=1;=2]"},
+      {"<a x y=\"2\"></a>", "a[x y=2]"},
+      {"<a flag></a>", "a"},
+      {"<a x=\"\" y=></a>", "a[x=;y=]"},
+      {"<e k=\"v\"/>", "e[k=v]"},
+      // not enough for an element
+      {"", "null"},
+      {"just text", "null"},
+      {"<a", "null"},
+      {"<a>no closing tag", "null"},
+  };
+  for (const auto& [text, tree] : cases) {
+    EXPECT_EQ(describe(xml_parse(text).get()), tree) << text;
+  }
+}
+
+TEST(XmlParse, ParseWriteParseKeepsCompactDocumentsByteForByte) {
+  const std::vector<std::string> documents = {
+      "<PeerNetworks><PeerNetwork><Id>7</Id><Name>Friends</Name><PeerMembers><PeerMember>"
+      "<Peer>alice</Peer></PeerMember></PeerMembers></PeerNetwork></PeerNetworks>",
+      "<r a=\"1\" b=\"two words\"><x>1</x><y></y>tail</r>",
+      "<a><b><c><d>deep</d></c></b></a>",
+  };
+  for (const std::string& document : documents) {
+    auto tree = xml_parse(document);
+    ASSERT_NE(tree, nullptr) << document;
+    EXPECT_EQ(xml_to_string(*tree), document);
+  }
+  // The writer moves text after the children, so a second writing is stable.
+  auto moved = xml_parse("<a>x<b /></a>");
+  EXPECT_EQ(xml_to_string(*moved), "<a><b></b>x</a>");
+  EXPECT_EQ(xml_to_string(*xml_parse(xml_to_string(*moved))), "<a><b></b>x</a>");
+}
+
+TEST(XmlParse, ElementRangeAppendsToAGivenParent) {
+  auto parent = xml_node_new("p");
+  const std::string text = "ignored<a>1</a>text<b />";
+  EXPECT_EQ(xml_parse_element(parent.get(), text, 7, static_cast<long>(text.size())), nullptr);
+  EXPECT_EQ(describe(parent.get()), "p(a='1',b)='text'");
+}
+
+// name0 ... nameN-1 nested, each closed in order: distinct names make a real depth of N.
+std::string nested_document(int depth) {
+  std::string document;
+  for (int level = 0; level < depth; ++level) document += "<e" + std::to_string(level) + ">";
+  document += "x";
+  for (int level = depth - 1; level >= 0; --level) document += "</e" + std::to_string(level) + ">";
+  return document;
+}
+
+TEST(XmlParse, AMillionNestedElementsParseWriteAndFree) {
+  const std::string document = nested_document(1'000'000);
+  auto tree = xml_parse(document);
+  ASSERT_NE(tree, nullptr);
+  int depth = 1;
+  for (const XmlNode* node = tree.get(); xml_node_children(*node).first != nullptr; ++depth) {
+    node = xml_node_children(*node).first->item.get();
+  }
+  EXPECT_EQ(depth, 1'000'000);
+  EXPECT_EQ(xml_to_string(*tree), document);
+}
+
+TEST(XmlParse, WideAndHostileDocumentsStayLinear) {
+  std::string wide = "<r>";
+  for (int i = 0; i < 200'000; ++i) wide += "<e>" + std::to_string(i) + "</e>";
+  wide += "</r> ";  // one blank at the very end
+  auto tree = xml_parse(wide);
+  ASSERT_NE(tree, nullptr);
+  EXPECT_EQ(list_count(*tree->children), 200'000);
+
+  std::string unclosed;
+  for (int i = 0; i < 100'000; ++i) unclosed += "<u>";
+  EXPECT_EQ(xml_parse(unclosed), nullptr);
+
+  std::string attributes = "<a";
+  for (int i = 0; i < 1'000'000; ++i) attributes += " k=\"v\"";
+  attributes += "></a>";
+  auto many = xml_parse(attributes);
+  ASSERT_NE(many, nullptr);
+  EXPECT_EQ(list_count(many->attribute_set->attributes), 1'000'000);
+}
+
+}  // namespace
+}  // namespace quorlin

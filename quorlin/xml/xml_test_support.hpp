@@ -1,0 +1,35 @@
+// A compact, unambiguous picture of a tree for table-driven tests:
+//   name[attr=value;...](child,child,...)='text'   and "null" for no tree.
+#ifndef QUORLIN_XML_XML_TEST_SUPPORT_HPP
+#define QUORLIN_XML_XML_TEST_SUPPORT_HPP
+
+#include <string>
+
+#include "quorlin/xml/xml_node.hpp"
+
+namespace quorlin {
+
+inline std::string describe(const XmlNode* node) {
+  if (node == nullptr) return "null";
+  std::string out = node->name;
+  if (const XmlAttributes& attributes = xml_node_attributes(*node); attributes.first != nullptr) {
+    out += '[';
+    for (auto* entry = attributes.first; entry != nullptr; entry = entry->next) {
+      out += entry->item->name + "=" + entry->item->value + (entry->next ? ";" : "");
+    }
+    out += ']';
+  }
+  if (const XmlChildren& children = xml_node_children(*node); children.first != nullptr) {
+    out += '(';
+    for (auto* child = children.first; child != nullptr; child = child->next) {
+      out += describe(child->item.get()) + (child->next ? "," : "");
+    }
+    out += ')';
+  }
+  if (node->text) out += "='" + *node->text + "'";
+  return out;
+}
+
+}  // namespace quorlin
+
+#endif  // QUORLIN_XML_XML_TEST_SUPPORT_HPP
