@@ -5,11 +5,12 @@
 namespace quorlin {
 namespace {
 
-// Moves every child of `node` onto `pending`, leaving the node childless.
-void take_children(XmlNode& node, std::vector<std::unique_ptr<XmlNode>>& pending) {
+// Leaves `node` childless: children with children of their own move onto `pending`, leaves are
+// freed with the List.
+void take_children(XmlNode& node, std::vector<XmlNode>& pending) {
   if (!node.children) return;
   for (XmlChild* child = node.children->first; child != nullptr; child = child->next) {
-    pending.push_back(std::move(child->item));
+    if (child->item.children) pending.push_back(std::move(child->item));
   }
   node.children.reset();
 }
@@ -18,12 +19,12 @@ void take_children(XmlNode& node, std::vector<std::unique_ptr<XmlNode>>& pending
 
 XmlNode::~XmlNode() {
   // Each node is destroyed only after its children were moved out, so no destructor recurses.
-  std::vector<std::unique_ptr<XmlNode>> pending;
+  std::vector<XmlNode> pending;
   take_children(*this, pending);
   while (!pending.empty()) {
-    std::unique_ptr<XmlNode> node = std::move(pending.back());
+    XmlNode node = std::move(pending.back());
     pending.pop_back();
-    take_children(*node, pending);
+    take_children(node, pending);
   }
 }
 
@@ -31,9 +32,14 @@ std::unique_ptr<XmlNode> xml_node_new(std::string_view name) {
   return std::make_unique<XmlNode>(name);
 }
 
-XmlChild* xml_node_add_child(XmlNode& node, std::unique_ptr<XmlNode> child) {
+XmlChild* xml_node_add_child(XmlNode& node, XmlNode&& child) {
   if (!node.children) node.children = std::make_unique<XmlChildren>();
   return list_append(*node.children, std::move(child));
+}
+
+XmlNode& xml_add_element(XmlNode& parent, std::string_view name) {
+  if (!parent.children) parent.children = std::make_unique<XmlChildren>();
+  return list_append(*parent.children, name)->item;
 }
 
 const XmlChildren& xml_node_children(const XmlNode& node) {

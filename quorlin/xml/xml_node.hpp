@@ -30,7 +30,7 @@ struct XmlAttribute {
   std::string value;
 };
 
-using XmlChildren = List<std::unique_ptr<XmlNode>>;
+using XmlChildren = List<XmlNode>;  // each child lives inside its List node
 using XmlAttributes = List<std::unique_ptr<XmlAttribute>>;
 
 struct XmlAttributeSet {
@@ -41,6 +41,8 @@ struct XmlNode {
   explicit XmlNode(std::string_view element_name) : name(element_name) {}
   XmlNode(const XmlNode&) = delete;
   XmlNode& operator=(const XmlNode&) = delete;
+  XmlNode(XmlNode&&) noexcept = default;
+  XmlNode& operator=(XmlNode&&) noexcept = default;
   ~XmlNode();
 
   std::string name;
@@ -49,12 +51,15 @@ struct XmlNode {
   std::unique_ptr<XmlAttributeSet> attribute_set;  // null until the first attribute
 };
 
-using XmlChild = ListNode<std::unique_ptr<XmlNode>>;
+using XmlChild = ListNode<XmlNode>;
 
 std::unique_ptr<XmlNode> xml_node_new(std::string_view name);
 
-// Appends `child` as the last child of `node`, which takes it over; returns its List node.
-XmlChild* xml_node_add_child(XmlNode& node, std::unique_ptr<XmlNode> child);
+// Moves `child` in as the last child of `node`; returns the List node that now holds it.
+XmlChild* xml_node_add_child(XmlNode& node, XmlNode&& child);
+
+// Appends a new empty element named `name` to `parent` and returns it.
+XmlNode& xml_add_element(XmlNode& parent, std::string_view name);
 
 // The children in document order; an empty List for a node without any.
 const XmlChildren& xml_node_children(const XmlNode& node);

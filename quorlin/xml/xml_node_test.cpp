@@ -38,7 +38,9 @@ TEST(XmlNode, TextIsCopiedReplacedAndCleared) {
 TEST(XmlNode, NewNodeHasAnEmptyChildListAndChildrenKeepTheirOrder) {
   auto root = xml_node_new("r");
   EXPECT_EQ(xml_node_children(*root).first, nullptr);
-  for (const char* name : {"x", "y", "z"}) xml_node_add_child(*root, xml_node_new(name));
+  xml_add_element(*root, "x");
+  xml_node_add_child(*root, std::move(*xml_node_new("y")));
+  xml_add_element(*root, "z");
   EXPECT_EQ(describe(root.get()), "r(x,y,z)");
 }
 
@@ -46,7 +48,7 @@ TEST(XmlNode, FreesAMillionLevelsWithoutRecursion) {
   auto root = xml_node_new("r");
   XmlNode* deepest = root.get();
   for (int level = 0; level < 1'000'000; ++level) {
-    deepest = xml_node_add_child(*deepest, xml_node_new("e"))->item.get();
+    deepest = &xml_add_element(*deepest, "e");
   }
   root.reset();  // a recursive destructor would overflow the stack here
   SUCCEED();

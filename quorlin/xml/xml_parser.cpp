@@ -120,15 +120,14 @@ class Parser {
       attributes_end = gt - 1;
     }
 
-    std::unique_ptr<XmlNode> child = xml_node_new(name);
-    if (space >= 0) xml_parse_attributes(*child, text_, space + 1, attributes_end);
-    XmlNode* element = child.get();
+    XmlNode* element;
     if (frame.current != nullptr) {
-      xml_node_add_child(*frame.current, std::move(child));
+      element = &xml_add_element(*frame.current, name);
     } else {
-      root_ = std::move(child);
-      frame.current = element;
+      root_ = xml_node_new(name);
+      element = frame.current = root_.get();
     }
+    if (space >= 0) xml_parse_attributes(*element, text_, space + 1, attributes_end);
     frame.position = next;
     return Frame{element, element, gt + 1, content_end};
   }

@@ -96,7 +96,7 @@ TEST(XmlParse, AMillionNestedElementsParseWriteAndFree) {
   ASSERT_NE(tree, nullptr);
   int depth = 1;
   for (const XmlNode* node = tree.get(); xml_node_children(*node).first != nullptr; ++depth) {
-    node = xml_node_children(*node).first->item.get();
+    node = &xml_node_children(*node).first->item;
   }
   EXPECT_EQ(depth, 1'000'000);
   EXPECT_EQ(xml_to_string(*tree), document);

@@ -22,7 +22,7 @@ inline std::string describe(const XmlNode* node) {
   if (const XmlChildren& children = xml_node_children(*node); children.first != nullptr) {
     out += '(';
     for (auto* child = children.first; child != nullptr; child = child->next) {
-      out += describe(child->item.get()) + (child->next ? "," : "");
+      out += describe(&child->item) + (child->next ? "," : "");
     }
     out += ')';
   }

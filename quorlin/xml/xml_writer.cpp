@@ -26,7 +26,7 @@ void walk(const XmlNode& root, Open open, Close close) {
       path.pop_back();
       continue;
     }
-    const XmlNode& child = *step.next_child->item;
+    const XmlNode& child = step.next_child->item;
     step.next_child = step.next_child->next;
     open(child);
     path.push_back({&child, xml_node_children(child).first});

@@ -11,9 +11,7 @@ namespace {
 
 std::unique_ptr<XmlNode> sample_tree() {
   auto a = xml_node_new("a");
-  auto b = xml_node_new("b");
-  xml_node_set_text(*b, "2");
-  xml_node_add_child(*a, std::move(b));
+  xml_node_set_text(xml_add_element(*a, "b"), "2");
   xml_node_set_text(*a, "t");
   return a;
 }
