@@ -108,11 +108,18 @@ char url_decode_char(std::string_view text, std::size_t& position) {
   return byte == '+' ? ' ' : byte;
 }
 
+// Up to this input size the output is sized at three bytes per input byte and trimmed; above
+// it a counting pass sizes it exactly, which keeps large results small enough for the
+// allocator to reuse instead of mapping fresh pages for every call.
+constexpr std::size_t kExactSizingFrom = std::size_t{4} << 20;
+
 std::string url_encode(std::string_view text) {
   text = c_text(text);
-  // Sizing the output exactly keeps large results small enough for the allocator to reuse.
-  std::size_t encoded_length = 0;
-  for (char byte : text) encoded_length += kEscapes[static_cast<unsigned char>(byte)].length;
+  std::size_t encoded_length = 3 * text.size();
+  if (text.size() >= kExactSizingFrom) {
+    encoded_length = 0;
+    for (char byte : text) encoded_length += kEscapes[static_cast<unsigned char>(byte)].length;
+  }
   // Each step copies a whole 4-byte pattern, so up to 3 bytes of slack follow the last one.
   std::string out(encoded_length + 3, '\0');
   std::size_t position = 0;
