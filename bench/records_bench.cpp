@@ -1,0 +1,33 @@
+// Reading the network list into records beside parsing the same text into a bare XML tree.
+#include <benchmark/benchmark.h>
+
+#include <string>
+
+#include "bench/network_documents.hpp"
+#include "quorlin/records/record_reader.hpp"
+#include "quorlin/xml/xml_parser.hpp"
+
+namespace {
+
+const std::string& network_list_16mb() {
+  static const std::string text = quorlin::bench::network_list_document(16 << 20);
+  return text;
+}
+
+void BM_XmlParse16MB(benchmark::State& state) {
+  for (auto _ : state) benchmark::DoNotOptimize(quorlin::xml_parse(network_list_16mb()));
+  state.SetBytesProcessed(state.iterations() * int64_t(network_list_16mb().size()));
+}
+BENCHMARK(BM_XmlParse16MB)->Unit(benchmark::kMillisecond);
+
+void BM_PeerNetworkListParse16MB(benchmark::State& state) {
+  for (auto _ : state) {
+    benchmark::DoNotOptimize(quorlin::peer_network_list_parse(network_list_16mb()));
+  }
+  state.SetBytesProcessed(state.iterations() * int64_t(network_list_16mb().size()));
+}
+BENCHMARK(BM_PeerNetworkListParse16MB)->Unit(benchmark::kMillisecond);
+
+}  // namespace
+
+BENCHMARK_MAIN();

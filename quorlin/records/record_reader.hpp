@@ -1,0 +1,60 @@
+// Reading records from XML element trees and texts.
+//
+// Readers walk an element's children in document order and dispatch on each child's name,
+// matched exactly. They are lenient: unknown children, attributes and stray text are ignored,
+// a missing child leaves the constructor's value, a repeated child overwrites the earlier value,
+// and a root of another name yields no record. The format's asymmetries are kept: a member's
+// PeerIp is never read, a share's Path is read from any share element, and a Notifications
+// document always reads as an empty List. Nothing is logged.
+#ifndef QUORLIN_RECORDS_RECORD_READER_HPP
+#define QUORLIN_RECORDS_RECORD_READER_HPP
+
+#include <memory>
+#include <string_view>
+
+#include "quorlin/records/records.hpp"
+#include "quorlin/xml/xml_node.hpp"
+
+namespace quorlin {
+
+// The element's text as atoi/atol convert it ("12x" gives 12, "abc" 0); -1 without text.
+int xml_text_int(const XmlNode& element);
+long xml_text_long(const XmlNode& element);
+// A copy of the element's text, or null without text.
+Text xml_text_dup(const XmlNode& element);
+
+// Each returns null when the element's name is not the record's.
+std::unique_ptr<ServiceState> service_state_from_xml(const XmlNode& element);
+std::unique_ptr<PeerConnectionInfo> peer_connection_info_from_xml(const XmlNode& element);
+std::unique_ptr<PeerMember> peer_member_from_xml(const XmlNode& element, PeerNetwork* network);
+std::unique_ptr<PeerNetwork> peer_network_from_xml(const XmlNode& element);
+std::unique_ptr<AddNetworkRequest> add_network_request_from_xml(const XmlNode& element);
+// Null unless "PeerNetworks"; a child that is not a network adds a null item.
+std::unique_ptr<PeerNetworkList> peer_network_list_from_xml(const XmlNode& element);
+// Never null: a root of another name gives an empty List.
+std::unique_ptr<NotificationList> notification_list_from_xml(const XmlNode& element);
+
+// Readers that add to a List they are given.
+void accessor_read(const XmlNode& element, AccessorList& list);
+void access_list_read(const XmlNode& element, AccessList& access_list);
+void share_read(const XmlNode& element, ShareList& list);
+void share_list_read(const XmlNode& element, ShareList& list);
+void notification_read(const XmlNode& element, NotificationList& list);
+void string_list_read(const XmlNode& element, std::string_view list_name,
+                      std::string_view item_name, TextList& list);
+void peer_member_list_read(const XmlNode& element, PeerNetwork& network);
+
+// Text entry points: null when the text does not parse or its root is not the record's.
+std::unique_ptr<ServiceState> service_state_parse(std::string_view text);
+std::unique_ptr<PeerConnectionInfo> peer_connection_info_parse(std::string_view text);
+std::unique_ptr<PeerNetworkList> peer_network_list_parse(std::string_view text);
+std::unique_ptr<PeerNetwork> peer_network_parse(std::string_view text);
+std::unique_ptr<PeerMember> peer_member_parse(std::string_view text);  // network null
+std::unique_ptr<NotificationList> notification_list_parse(std::string_view text);
+std::unique_ptr<AddNetworkRequest> add_network_request_parse(std::string_view text);
+// Never null: a text that does not parse gives an empty List.
+std::unique_ptr<ShareList> share_list_parse(std::string_view text);
+
+}  // namespace quorlin
+
+#endif  // QUORLIN_RECORDS_RECORD_READER_HPP

@@ -1,0 +1,199 @@
+// The records the service exchanges: networks, members, shares with their access lists,
+// notifications, the service state, connection facts and the request that creates a network.
+//
+// Ownership follows the tree: a PeerNetwork owns its members and shares, a PeerMember its remote
+// shares and queued messages, a Share its AccessList and Accessors; destroying the top frees
+// everything below it once. A member's `network` points up to its owner and is never owned.
+// Texts are std::optional: null and empty are different values on the wire.
+//
+// Locking: only the member message queue locks (the Messages List's own recursive mutex), so
+// that push, pop and clear keep the bound when several threads use one member. Everything else
+// belongs to one thread at a time.
+#ifndef QUORLIN_RECORDS_RECORDS_HPP
+#define QUORLIN_RECORDS_RECORDS_HPP
+
+#include <algorithm>
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <string>
+#include <string_view>
+
+#include "quorlin/base/list.hpp"
+
+namespace quorlin {
+
+inline constexpr int SHARE_TYPE_FOLDER = 1;
+inline constexpr int SHARE_TYPE_CONNECTION = 3;
+inline constexpr int MAX_QUEUED_MESSAGES = 100;
+inline constexpr char CONNECTION_SHARE_NAME[] = "Connection";
+inline constexpr int MEMBER_CONNECTED = 1;
+inline constexpr int NOTIFICATION_TYPE_MEMBER = 7;
+
+using Text = std::optional<std::string>;
+using OptionalText = std::optional<std::string_view>;
+using TextList = List<Text>;  // a null item is a text that was absent
+
+struct Accessor {
+  Text name;
+  int type = 0;  // 0: allowed
+};
+using AccessorList = List<std::unique_ptr<Accessor>>;
+
+struct AccessList {
+  AccessorList accessors;
+};
+
+struct Share {
+  Text name;
+  int type = 0;
+  std::unique_ptr<AccessList> access_list;
+  Text path;  // written only for SHARE_TYPE_FOLDER
+};
+using ShareList = List<std::unique_ptr<Share>>;
+
+struct PeerNetwork;
+
+struct PeerMember {
+  PeerNetwork* network = nullptr;  // the owner, not owned
+  Text peer;
+  int status = 0;  // set by readers only when the document has it
+  Text peer_ip;
+  int connect_status = 0;
+  ShareList remote_shares;
+  TextList messages;                 // oldest first
+  std::recursive_mutex first_lock;   // kept for callers; the library never takes it
+  std::recursive_mutex second_lock;  // likewise
+  int connect_count = 0;
+  int spare_count = 0;
+};
+using PeerMemberList = List<std::unique_ptr<PeerMember>>;
+
+struct PeerNetwork {
+  long id = 0;
+  int type = 0;
+  Text name;
+  PeerMemberList peer_members;
+  ShareList folder_shares;
+  ShareList connection_shares;
+  int connect_status = 0;
+  int enable_sharing = 0;
+  int enable_folder_sharing = 0;
+  int enable_connection_sharing = 0;
+};
+// A network list read from a document holds a null item for every child that is not a network.
+using PeerNetworkList = List<std::unique_ptr<PeerNetwork>>;
+
+// Type 7: text = Username, text2 = Member, text3 = PrevMember.
+// Type 2: text, text2 and number.  Type 4: text and number.
+struct Notification {
+  int type = 0;
+  Text text;
+  Text text2;
+  Text text3;
+  int number = 0;
+};
+using NotificationList = List<std::unique_ptr<Notification>>;
+
+struct ServiceState {
+  int type = -1;  // -1: not known yet
+  Text username;
+  int started = 0;
+};
+
+// A flat value: copied whole. Each text field keeps a terminating NUL inside its size.
+struct PeerConnectionInfo {
+  char peer[255];
+  char peer_ip[48];
+  char peer_host_ip[48];
+  int connection_try;
+  int connection_protocol;
+  int connection_direction;
+  int connection_method;
+  int role;
+  int initiator;
+  int encryption_type;
+};
+
+struct AddNetworkRequest {
+  Text name;
+  std::unique_ptr<TextList> members;
+  int type = 0;
+  int connection_type = 0;
+};
+
+// --- networks and members ---
+
+std::unique_ptr<PeerNetwork> peer_network_new();
+
+// `network` may be null; the member never frees it.
+std::unique_ptr<PeerMember> peer_member_new(PeerNetwork* network);
+
+bool peer_member_is_connected(const PeerMember& member);
+
+// Appends a copy of `text`; when MAX_QUEUED_MESSAGES or more are queued the oldest is dropped
+// first, all under the Messages List's lock. Safe from several threads.
+void peer_member_push_message(PeerMember& member, OptionalText text);
+
+// Removes and returns the oldest text; null when the queue is empty (or the item was null).
+Text peer_member_pop_message(PeerMember& member);
+
+// Empties the queue under its lock.
+void peer_member_clear_messages(PeerMember& member);
+
+// --- shares ---
+
+// Sets name (copied, null stays null) and type and gives the share a new empty AccessList;
+// returns that List. The path is not touched.
+AccessorList& share_init(Share& share, OptionalText name, int type);
+
+std::unique_ptr<Share> share_new(OptionalText name, int type);
+std::unique_ptr<Share> folder_share_new(OptionalText name, OptionalText path);
+std::unique_ptr<Share> connection_share_new();
+
+// The share takes the accessor.
+void share_add_accessor(Share& share, std::unique_ptr<Accessor> accessor);
+
+// Frees every share and empties the List; null does nothing.
+void share_list_clear(ShareList* list);
+
+std::unique_ptr<AccessList> access_list_new();
+
+// --- notifications ---
+
+void notification_set_kind(Notification& notification, int type, OptionalText text);
+
+// Each returns null, allocating nothing, when a text it needs is null.
+std::unique_ptr<Notification> notification_new_kind7(OptionalText username, OptionalText member,
+                                                     OptionalText prev_member);
+std::unique_ptr<Notification> notification_new_kind4(OptionalText text, int number);
+std::unique_ptr<Notification> notification_new_kind2(OptionalText text, OptionalText text2,
+                                                     int number);
+
+// --- service state, connection facts, network requests ---
+
+std::unique_ptr<ServiceState> service_state_new();
+std::unique_ptr<PeerConnectionInfo> peer_connection_info_new();  // zero-filled
+
+// Copies `text` into a fixed field, cut to leave room for the NUL; null leaves it empty.
+template <std::size_t N>
+void copy_fixed_text(char (&field)[N], OptionalText text) {
+  std::size_t length = text ? std::min(text->size(), N - 1) : 0;
+  if (length > 0) text->copy(field, length);
+  field[length] = '\0';
+}
+
+std::unique_ptr<AddNetworkRequest> add_network_request_empty();
+
+// Stores `name` and `members` as given, without copying.
+std::unique_ptr<AddNetworkRequest> add_network_request_new(Text name,
+                                                           std::unique_ptr<TextList> members,
+                                                           int type, int connection_type);
+
+inline Text text_copy(OptionalText text) {
+  return text ? Text(std::in_place, *text) : std::nullopt;
+}
+
+}  // namespace quorlin
+
+#endif  // QUORLIN_RECORDS_RECORDS_HPP
