@@ -1,0 +1,177 @@
+#include "quorlin/net/connection.hpp"
+
+#include <gtest/gtest.h>
+
+#include <arpa/inet.h>
+#include <netinet/in.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <chrono>
+#include <cstring>
+#include <string>
+#include <thread>
+
+#include "quorlin/net/net.hpp"
+#include "tests/support/peers.hpp"
+
+namespace quorlin {
+namespace {
+
+using namespace std::chrono_literals;
+using testing::ScriptedServer;
+
+struct SocketPair {
+  SocketPair() { socketpair(AF_UNIX, SOCK_STREAM, 0, ends); }
+  ~SocketPair() {
+    close(ends[0]);
+    if (ends[1] >= 0) close(ends[1]);
+  }
+  void close_peer() {
+    close(ends[1]);
+    ends[1] = -1;
+  }
+  int ends[2];
+};
+
+TEST(RecvExact, StatusAndCountTable) {
+  const struct {
+    const char* name;
+    const char* sent;  // written before the call
+    bool peer_closes;
+    long length;
+    int timeout_ms;
+    long count;
+    int status;
+  } cases[] = {
+      {"length 0 untimed", "", false, 0, NO_TIMEOUT, 0, 0},
+      {"length 0 timed", "", false, 0, 50, 0, RECV_COMPLETE},
+      {"time-out 0, nothing readable", "", false, 1, 0, 0, RECV_TIMED_OUT},
+      {"negative time-out polls nothing", "abc", false, 3, -5, 0, RECV_TIMED_OUT},
+      {"negative time-out, length 0", "", false, 0, -5, 0, RECV_COMPLETE},
+      {"3 of 5 then close, untimed", "abc", true, 5, NO_TIMEOUT, 3, 0},
+      {"3 of 5 then close, timed", "abc", true, 5, 100, 3, 0},
+      {"all there, timed", "abcde", false, 5, 0, 5, RECV_COMPLETE},
+      {"all there, untimed", "abcde", false, 5, NO_TIMEOUT, 5, RECV_COMPLETE},
+      {"short, time-out passes", "ab", false, 5, 30, 2, RECV_TIMED_OUT},
+  };
+  for (const auto& c : cases) {
+    SocketPair pair;
+    send(pair.ends[1], c.sent, std::strlen(c.sent), 0);
+    if (c.peer_closes) pair.close_peer();
+    char buffer[8] = {};
+    int status = 99;
+    EXPECT_EQ(recv_exact(pair.ends[0], buffer, c.length, c.timeout_ms, status), c.count) << c.name;
+    EXPECT_EQ(status, c.status) << c.name;
+  }
+}
+
+TEST(RecvExact, PiecesLandInOrderUntimedAndAtTheStartTimed) {
+  for (int timeout_ms : {NO_TIMEOUT, 1000}) {
+    SocketPair pair;
+    std::thread writer([&] {
+      send(pair.ends[1], "abc", 3, 0);
+      std::this_thread::sleep_for(50ms);
+      send(pair.ends[1], "de", 2, 0);
+    });
+    char buffer[6] = {};
+    int status = 0;
+    EXPECT_EQ(recv_exact(pair.ends[0], buffer, 5, timeout_ms, status), 5);
+    writer.join();
+    EXPECT_EQ(status, RECV_COMPLETE);
+    EXPECT_STREQ(buffer, timeout_ms == NO_TIMEOUT ? "abcde" : "dec");
+  }
+}
+
+TEST(RecvExact, TimeOutZeroPollsExactlyOnce) {
+  SocketPair pair;
+  char byte;
+  int status;
+  auto start = std::chrono::steady_clock::now();
+  recv_exact(pair.ends[0], &byte, 1, 0, status);
+  auto waited = std::chrono::steady_clock::now() - start;
+  EXPECT_GE(waited, 9ms);
+  EXPECT_LT(waited, 19ms * 5);  // one 10 ms step, with room for a slow machine
+}
+
+TEST(ConnectionOpen, ClosedPortGivesMinusTwoSilently) {
+  int port = testing::free_port();
+  ::testing::internal::CaptureStdout();
+  ::testing::internal::CaptureStderr();
+  EXPECT_EQ(connection_open(0, "127.0.0.1", port), -2);
+  EXPECT_EQ(::testing::internal::GetCapturedStdout(), "");
+  EXPECT_EQ(::testing::internal::GetCapturedStderr(), "");
+}
+
+TEST(ConnectionOpen, SourcePortInUseGivesMinusOneAfterBindError) {
+  ScriptedServer server(testing::echo_handler());
+  int before = testing::open_descriptor_count();
+  ::testing::internal::CaptureStderr();
+  EXPECT_EQ(connection_open(server.port(), "127.0.0.1", server.port()), -1);
+  EXPECT_EQ(::testing::internal::GetCapturedStderr(), "Bind error: Address already in use\n");
+  EXPECT_EQ(testing::open_descriptor_count(), before);
+}
+
+TEST(ConnectionOpen, TracesEveryStepAtThresholdZero) {
+  ScriptedServer server(testing::echo_handler());
+  net_set_option("debug", 0);
+  ::testing::internal::CaptureStdout();
+  Connection connection = connection_open(0, "127.0.0.1", server.port());
+  connection_close(connection);
+  std::string traces = ::testing::internal::GetCapturedStdout();
+  net_set_option("debug", NET_LOG_LEVEL_DEFAULT);
+  std::string fd = std::to_string(connection);
+  EXPECT_EQ(traces, "Opening connection\n***** Creating socket ***** " + fd +
+                        " port 0\nSOURCE PORT 0\n***** Connecting socket ***** " + fd +
+                        "\nOpened connection\n***** Closing socket ***** " + fd + "\n");
+}
+
+TEST(Connection, EchoesAMegabyteAndResetsOnClose) {
+  std::string received;
+  std::atomic<int> peer_errno{0};
+  ScriptedServer server([&](int descriptor) {
+    received = testing::read_bytes(descriptor, 1 << 20);
+    testing::write_bytes(descriptor, received);
+    char byte;
+    if (recv(descriptor, &byte, 1, 0) < 0) peer_errno = errno;
+  });
+  Connection connection = connection_open(0, "127.0.0.1", server.port());
+  ASSERT_GT(connection, 0);
+  EXPECT_EQ(send_all(connection, "", 0), 0);
+  std::string data(1 << 20, 'q');
+  for (std::size_t i = 0; i < data.size(); i += 7) data[i] = static_cast<char>(i);
+  std::thread sender([&] { EXPECT_EQ(send_all(connection, data.data(), data.size()), 1 << 20); });
+  std::string echoed(data.size(), '\0');
+  EXPECT_EQ(recv_exact_nostatus(connection, echoed.data(), echoed.size()), 1 << 20);
+  sender.join();
+  EXPECT_EQ(echoed, data);
+  close(connection);  // linger 0: the peer sees a reset, not an orderly close
+  for (int i = 0; i < 100 && peer_errno == 0; ++i) std::this_thread::sleep_for(10ms);
+  EXPECT_EQ(peer_errno, ECONNRESET);
+}
+
+TEST(Datagram, ReceivesOneDatagramOrTimesOut) {
+  int receiver = server_socket_open("127.0.0.1", testing::free_port(), true, 1);
+  ASSERT_GT(receiver, 0);
+  sockaddr_in address{};
+  socklen_t length = sizeof address;
+  getsockname(receiver, reinterpret_cast<sockaddr*>(&address), &length);
+  long got = -5;
+  recv_datagram(receiver, got, 30);
+  EXPECT_EQ(got, 0);
+
+  int sender = socket_open_any(0, true);
+  EXPECT_EQ(send_datagram(sender, "hello", 5, reinterpret_cast<sockaddr*>(&address), length), 5);
+  sockaddr_in source{};
+  socklen_t source_length = sizeof source;
+  auto buffer =
+      recv_datagram(receiver, got, reinterpret_cast<sockaddr*>(&source), &source_length, 1000);
+  EXPECT_EQ(std::string(buffer.get(), got), "hello");
+  EXPECT_EQ(source.sin_addr.s_addr, htonl(INADDR_LOOPBACK));
+  connection_close(sender);
+  connection_close(receiver);
+}
+
+}  // namespace
+}  // namespace quorlin

@@ -1,0 +1,93 @@
+#include "quorlin/net/net.hpp"
+
+#include <gtest/gtest.h>
+
+#include <sys/wait.h>
+
+#include "quorlin/net/proxy.hpp"
+
+namespace quorlin {
+namespace {
+
+TEST(UsableLocalAddress, SkipsLoopbackUnassignedAndLinkLocal) {
+  const struct {
+    const char* address;
+    bool usable;
+  } cases[] = {{"127.0.0.1", false}, {"0.0.0.0", false}, {"169.254.1.1", false},
+               {"10.0.0.1", true},   {"0.0.0.01", true}, {"1.127.0.1", true}};
+  for (const auto& c : cases) EXPECT_EQ(is_usable_local_address(c.address), c.usable) << c.address;
+  set_preferred_address("10.0.0.2");
+  EXPECT_FALSE(is_usable_local_address("10.0.0.1"));
+  EXPECT_TRUE(is_usable_local_address("10.0.0.2"));
+  EXPECT_FALSE(is_usable_local_address("127.0.0.1"));
+  set_preferred_address(std::nullopt);
+}
+
+TEST(ResolveHost, ServesCopiesAndReportsUnknownNames) {
+  net_init();
+  EXPECT_EQ(resolve_host("localhost"), "127.0.0.1");
+  EXPECT_EQ(resolve_host("localhost"), "127.0.0.1");
+  EXPECT_EQ(resolve_host("127.0.0.1"), "127.0.0.1");
+  ::testing::internal::CaptureStderr();
+  EXPECT_EQ(resolve_host("no-such-host.invalid"), std::nullopt);
+  EXPECT_TRUE(
+      ::testing::internal::GetCapturedStderr().starts_with("Unable to get host by name\n: "));
+  net_shutdown();
+}
+
+TEST(NetOptions, DebugSetsTheThresholdAndTheProxyDebugFlag) {
+  net_init();
+  EXPECT_EQ(net_proxy_settings()->debug, 0);
+  EXPECT_TRUE(net_set_option("debug", 2));
+  EXPECT_EQ(net_proxy_settings()->debug, 1);
+  EXPECT_FALSE(net_set_option("verbose", 0));
+  EXPECT_EQ(net_log_level(), 2);
+  net_set_option("debug", NET_LOG_LEVEL_DEFAULT);
+  EXPECT_EQ(net_proxy_settings()->debug, 0);
+  net_shutdown();
+}
+
+TEST(RunShellCommand, JoinsCommandAndArgumentWithABlank) {
+  EXPECT_EQ(WEXITSTATUS(run_shell_command("exit", "3")), 3);
+  EXPECT_EQ(WEXITSTATUS(run_shell_command("test 1 -eq", nullptr)), 2);
+  EXPECT_EQ(run_shell_command("true"), 0);
+}
+
+TEST(ProxySettings, KeysTypesAndUnknownKeys) {
+  auto settings = proxy_settings_new();
+  EXPECT_EQ(proxy_settings_set_int(*settings, "proxy_type", 2), 1);
+  EXPECT_EQ(settings->type, PROXY_TYPE_SOCKS5);
+  EXPECT_EQ(proxy_settings_set_int(*settings, "proxy_type", 7), 1);
+  EXPECT_EQ(settings->type, PROXY_TYPE_NONE);
+  proxy_settings_set_int(*settings, "proxy_type", 4);
+  EXPECT_EQ(proxy_settings_set_int(*settings, "proxy_type", -1), 1);
+  EXPECT_EQ(settings->type, PROXY_TYPE_NONE);
+  EXPECT_EQ(proxy_settings_set_int(*settings, "proxy_host", 1), 0);
+  EXPECT_EQ(proxy_settings_set_int(*settings, "proxy_debug", 9), 1);
+  EXPECT_EQ(settings->debug, 1);
+  EXPECT_EQ(proxy_settings_set_text(*settings, "proxy_user", "alice"), 1);
+  EXPECT_EQ(proxy_settings_set_text(*settings, "proxy_user", "bob"), 1);
+  EXPECT_EQ(settings->user, "bob");
+  EXPECT_EQ(proxy_settings_set_text(*settings, "proxy_port", "80"), 0);
+  EXPECT_EQ(settings->port, 0);
+}
+
+TEST(Base64, EncodesWithPadding) {
+  const struct {
+    const char* plain;
+    const char* encoded;
+  } cases[] = {{"a:b", "YTpi"},     {"ab:", "YWI6"}, {"a:", "YTo="},
+               {"a", "YQ=="},       {"", ""},        {"alice:s3cret", "YWxpY2U6czNjcmV0"},
+               {"\xff\xfe", "//4="}};
+  for (const auto& c : cases) EXPECT_EQ(base64_encode(c.plain), c.encoded) << c.plain;
+}
+
+TEST(AtomicTransfer, RejectsANullBufferWithTheAssertionReport) {
+  EXPECT_DEATH(atomic_out(0, nullptr, 1), "proxy.*atomic_out.*buf != \\(\\(void \\*\\)0\\)");
+  char byte;
+  EXPECT_DEATH(atomic_in(0, &byte, -1), "atomic_in.*0<=size");
+  EXPECT_EQ(atomic_in(-1, &byte, 0), 0);
+}
+
+}  // namespace
+}  // namespace quorlin

@@ -1,0 +1,363 @@
+// The proxy tunnel. Each attempt connects to the proxy, then negotiates by the settings' type;
+// each packet is built byte by byte below in the order it goes on the wire. Failures close the
+// descriptor the tunnel used and return -1; nothing is logged.
+#include "quorlin/net/proxy.hpp"
+
+#include <arpa/inet.h>
+#include <netdb.h>
+#include <netinet/in.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <cctype>
+#include <cerrno>
+#include <cstdarg>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <string>
+#include <vector>
+
+#include "quorlin/net/connection.hpp"
+
+namespace quorlin {
+namespace {
+
+constexpr int kFailed = -1;
+
+// The buffer checks stay on in every build: a violated one ends the process with a report in
+// the C library's assertion format.
+[[noreturn]] void assertion_failed(const char* text, int line, const char* function) {
+  std::fprintf(stderr, "%s: proxy:%d: %s: Assertion `%s' failed.\n", program_invocation_short_name,
+               line, function, text);
+  std::abort();
+}
+#define PROXY_REQUIRE(condition, text) \
+  ((condition) ? void(0) : assertion_failed(text, __LINE__, __func__))
+constexpr std::size_t kStatusLineSize = 1024;
+constexpr std::size_t kHeaderTextSize = 10240;
+
+using Bytes = std::vector<unsigned char>;
+
+void append_port(Bytes& packet, int port) {
+  packet.push_back(static_cast<unsigned char>((port >> 8) & 0xff));  // high byte first
+  packet.push_back(static_cast<unsigned char>(port & 0xff));
+}
+
+void append_text(Bytes& packet, std::string_view text) {
+  packet.insert(packet.end(), text.begin(), text.end());
+}
+
+bool send_packet(int descriptor, const Bytes& packet) {
+  return atomic_out(descriptor, packet.data(), static_cast<long>(packet.size())) != kFailed;
+}
+
+bool receive(int descriptor, unsigned char* buffer, long size) {
+  return atomic_in(descriptor, buffer, size) != kFailed;
+}
+
+// --- connecting to the proxy ---
+
+bool proxy_address(const ProxySettings& settings, sockaddr_in& address) {
+  if (!settings.host) return false;
+  const std::string& host = *settings.host;
+  address = sockaddr_in{};
+  address.sin_family = AF_INET;
+  address.sin_port = htons(static_cast<uint16_t>(settings.port & 0xffff));
+  if (host.find_first_not_of("0123456789.") == std::string::npos) {
+    address.sin_addr.s_addr = inet_addr(host.c_str());
+    return true;
+  }
+  const hostent* answer = gethostbyname(host.c_str());
+  if (answer == nullptr || answer->h_addrtype != AF_INET || answer->h_addr_list[0] == nullptr) {
+    return false;
+  }
+  std::memcpy(&address.sin_addr, answer->h_addr_list[0], sizeof address.sin_addr);
+  return true;
+}
+
+// A new stream socket, bound to the source port when it is not 0; -1 on failure.
+int new_proxy_socket(int source_port) {
+  int descriptor = socket(AF_INET, SOCK_STREAM, 0);
+  if (descriptor < 0 || source_port == 0) return descriptor;
+  sockaddr_in local{};
+  local.sin_family = AF_INET;
+  local.sin_port = htons(static_cast<uint16_t>(source_port));
+  local.sin_addr.s_addr = htonl(INADDR_ANY);
+  if (bind(descriptor, reinterpret_cast<sockaddr*>(&local), sizeof local) < 0) {
+    close(descriptor);
+    return kFailed;
+  }
+  return descriptor;
+}
+
+// --- SOCKS4 with the 4a host-name form ---
+
+bool negotiate_socks4(int descriptor, const ProxySettings& settings, const char* host, int port) {
+  if (!settings.user) return false;
+  Bytes request;
+  request.push_back(4);  // version
+  request.push_back(1);  // command: connect
+  append_port(request, port);
+  for (unsigned char byte : {0, 0, 0, 1}) request.push_back(byte);  // 0.0.0.1: a name follows
+  append_text(request, *settings.user);
+  request.push_back(0);
+  append_text(request, host);
+  request.push_back(0);
+  // Reply: version 0, status (90 granted), port (2), address (4).
+  unsigned char reply[8] = {};
+  send_packet(descriptor, request);
+  receive(descriptor, reply, sizeof reply);
+  return reply[1] == 90;
+}
+
+// --- SOCKS5 ---
+
+bool socks5_greet(int descriptor, const ProxySettings& settings, unsigned char& method) {
+  Bytes greeting{5};  // version
+  if (settings.user) {
+    greeting.insert(greeting.end(), {2, 0, 2});  // two methods: none, user/password
+  } else {
+    greeting.insert(greeting.end(), {1, 0});  // one method: none
+  }
+  unsigned char reply[2];  // version, chosen method
+  if (!send_packet(descriptor, greeting) || !receive(descriptor, reply, 2)) return false;
+  method = reply[1];
+  return reply[0] == 5 && method < 255;
+}
+
+bool socks5_authenticate(int descriptor, const ProxySettings& settings) {
+  std::string_view user = *settings.user;
+  std::string_view password = settings.password ? std::string_view(*settings.password) : "";
+  Bytes request{1};  // sub-negotiation version
+  request.push_back(static_cast<unsigned char>(user.size()));
+  append_text(request, user);
+  request.push_back(static_cast<unsigned char>(password.size()));
+  append_text(request, password);
+  unsigned char reply[2];  // version, status (0 success)
+  return send_packet(descriptor, request) && receive(descriptor, reply, 2) && reply[1] == 0;
+}
+
+bool socks5_drain_bound_address(int descriptor, unsigned char address_type) {
+  unsigned char drained[255 + 2];
+  long size = 0;
+  if (address_type == 3) {  // domain name: length byte, name, port
+    unsigned char length;
+    if (!receive(descriptor, &length, 1)) return false;
+    size = length + 2;
+  } else if (address_type == 4) {  // IPv6 address, port
+    size = 16 + 2;
+  } else if (address_type == 1) {  // IPv4 address, port
+    size = 4 + 2;
+  }
+  return size == 0 || receive(descriptor, drained, size);
+}
+
+bool negotiate_socks5(int descriptor, const ProxySettings& settings, const char* host, int port) {
+  unsigned char method;
+  if (!socks5_greet(descriptor, settings, method)) return false;
+  if (method != 0) {
+    if (method != 2 || !settings.user || !socks5_authenticate(descriptor, settings)) return false;
+  }
+  std::string_view target = host;
+  Bytes request{5, 1, 0, 3};  // version, connect, reserved, address type: domain name
+  request.push_back(static_cast<unsigned char>(target.size()));
+  append_text(request, target);
+  append_port(request, port);
+  unsigned char reply[4];  // version, reply (0 succeeded), reserved, address type
+  if (!send_packet(descriptor, request) || !receive(descriptor, reply, 4) || reply[1] != 0) {
+    return false;
+  }
+  return socks5_drain_bound_address(descriptor, reply[3]);
+}
+
+// --- HTTP CONNECT ---
+
+// One send of the formatted text; a short send is not retried.
+__attribute__((format(printf, 2, 3))) bool send_header(int descriptor, const char* format, ...) {
+  char text[kHeaderTextSize];
+  va_list arguments;
+  va_start(arguments, format);
+  int length = std::vsnprintf(text, sizeof text, format, arguments);
+  va_end(arguments);
+  if (length < 0) return false;
+  std::size_t size = std::min<std::size_t>(length, sizeof text - 1);
+  return send(descriptor, text, size, 0) != -1;
+}
+
+// Reads one byte at a time up to LF (kept) or 1023 bytes, so nothing after the line is
+// consumed. A closed connection ends the line; a receive error gives false.
+bool read_proxy_line(int descriptor, std::string& line) {
+  line.clear();
+  char byte;
+  while (line.size() < kStatusLineSize - 1) {
+    ssize_t got = recv(descriptor, &byte, 1, 0);
+    if (got < 0) return false;
+    if (got == 0) break;
+    line += byte;
+    if (byte == '\n') break;
+  }
+  return true;
+}
+
+// Drops header lines up to the empty line; false on a receive error or when the proxy closes
+// first (an empty read would otherwise never reach the end).
+bool skip_proxy_headers(int descriptor) {
+  std::string line;
+  while (read_proxy_line(descriptor, line) && !line.empty()) {
+    if (line == "\r\n") return true;
+  }
+  return false;
+}
+
+// Reads the challenge lines of a 401/407. The tunnel answers no challenge, so this only consumes
+// the header; a challenge line without a scheme ends the reading.
+void read_challenge(int descriptor, int code) {
+  const std::string_view wanted = code == 401 ? "www-authenticate:" : "proxy-authenticate:";
+  std::string line;
+  while (read_proxy_line(descriptor, line) && !line.empty() && line != "\r\n") {
+    for (char& c : line) c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
+    if (!line.starts_with(wanted)) continue;
+    std::size_t scheme = line.find_first_not_of(' ', wanted.size());
+    if (scheme == std::string::npos || line.find(' ', scheme) == std::string::npos) return;
+  }
+}
+
+std::string basic_credentials(const ProxySettings& settings) {
+  std::string plain = *settings.user + ":" + settings.password.value_or("");
+  std::string encoded = base64_encode(plain);
+  explicit_bzero(plain.data(), plain.size());
+  return encoded;
+}
+
+bool negotiate_http(int descriptor, const ProxySettings& settings, const char* host, int port) {
+  if (!send_header(descriptor, "CONNECT %s:%d HTTP/1.0\r\n", host, port)) return false;
+  if (settings.user) {
+    std::string credentials = basic_credentials(settings);
+    bool sent = send_header(descriptor, "Proxy-Authorization: Basic %s\r\n", credentials.c_str());
+    explicit_bzero(credentials.data(), credentials.size());
+    if (!sent) return false;
+  }
+  if (!send_header(descriptor, "\r\n")) return false;
+
+  std::string status_line;
+  if (!read_proxy_line(descriptor, status_line)) return false;
+  std::size_t space = status_line.find(' ');
+  if (space == std::string::npos) return false;
+  int code = std::atoi(status_line.c_str() + space + 1);
+  if (code == 200) return skip_proxy_headers(descriptor);
+  if ((code == 401 || code == 407) && !settings.user) read_challenge(descriptor, code);
+  return false;
+}
+
+bool negotiate(int descriptor, const ProxySettings& settings, const char* host, int port) {
+  switch (settings.type) {
+    case PROXY_TYPE_SOCKS4:
+      return negotiate_socks4(descriptor, settings, host, port);
+    case PROXY_TYPE_SOCKS5:
+      return negotiate_socks5(descriptor, settings, host, port);
+    case PROXY_TYPE_HTTP:
+    case PROXY_TYPE_HTTP_ALT:
+      return negotiate_http(descriptor, settings, host, port);
+    default:
+      return true;  // no negotiation: the connection to the proxy itself
+  }
+}
+
+}  // namespace
+
+std::unique_ptr<ProxySettings> proxy_settings_new() {
+  return std::make_unique<ProxySettings>();
+}
+
+int proxy_settings_set_int(ProxySettings& settings, std::string_view key, int value) {
+  if (key == "proxy_type") {
+    unsigned type = static_cast<unsigned>(value);
+    settings.type = type > PROXY_TYPE_HTTP_ALT ? PROXY_TYPE_NONE : type;
+  } else if (key == "proxy_port") {
+    settings.port = value;
+  } else if (key == "proxy_debug") {
+    settings.debug = value != 0;
+  } else {
+    return 0;
+  }
+  return 1;
+}
+
+int proxy_settings_set_text(ProxySettings& settings, std::string_view key, std::string_view text) {
+  std::optional<std::string>* field = key == "proxy_host"       ? &settings.host
+                                      : key == "proxy_user"     ? &settings.user
+                                      : key == "proxy_password" ? &settings.password
+                                                                : nullptr;
+  if (field == nullptr) return 0;
+  if (*field) explicit_bzero((*field)->data(), (*field)->size());
+  field->emplace(text);
+  return 1;
+}
+
+int proxy_connect(const ProxySettings& settings, int existing, int source_port, const char* host,
+                  int port) {
+  sockaddr_in proxy;
+  if (!proxy_address(settings, proxy)) return kFailed;
+  int descriptor = existing != 0 ? existing : new_proxy_socket(source_port);
+  if (descriptor < 0) return kFailed;
+  if (connect(descriptor, reinterpret_cast<sockaddr*>(&proxy), sizeof proxy) < 0) {
+    // A socket made here would be out of every caller's reach: close it. The caller's own
+    // descriptor stays with the caller.
+    if (existing == 0) close(descriptor);
+    return kFailed;
+  }
+  if (!negotiate(descriptor, settings, host, port)) {
+    close(descriptor);
+    return kFailed;
+  }
+  return descriptor;
+}
+
+int proxy_connect(const ProxySettings& settings, int source_port, const char* host, int port) {
+  return proxy_connect(settings, 0, source_port, host, port);
+}
+
+long atomic_out(int descriptor, const void* buffer, long size) {
+  PROXY_REQUIRE(buffer != nullptr, "buf != ((void *)0)");
+  PROXY_REQUIRE(0 <= size, "0<=size");
+  const char* bytes = static_cast<const char*>(buffer);
+  for (long sent = 0; sent < size;) {
+    ssize_t result = send(descriptor, bytes + sent, size - sent, 0);
+    if (result == -1) return kFailed;
+    sent += result;  // 0: try again
+  }
+  return size;
+}
+
+long atomic_in(int descriptor, void* buffer, long size) {
+  PROXY_REQUIRE(buffer != nullptr, "buf != ((void *)0)");
+  PROXY_REQUIRE(0 <= size, "0<=size");
+  char* bytes = static_cast<char*>(buffer);
+  for (long received = 0; received < size;) {
+    ssize_t result = recv(descriptor, bytes + received, size - received, 0);
+    if (result <= 0) return kFailed;
+    received += result;
+  }
+  return size;
+}
+
+std::string base64_encode(std::string_view bytes) {
+  static constexpr char kAlphabet[] =
+      "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
+  std::string out;
+  out.reserve(4 * ((bytes.size() + 2) / 3));
+  for (std::size_t i = 0; i < bytes.size(); i += 3) {
+    std::size_t left = bytes.size() - i;
+    unsigned group = static_cast<unsigned char>(bytes[i]) << 16;
+    if (left > 1) group |= static_cast<unsigned char>(bytes[i + 1]) << 8;
+    if (left > 2) group |= static_cast<unsigned char>(bytes[i + 2]);
+    out += kAlphabet[(group >> 18) & 63];
+    out += kAlphabet[(group >> 12) & 63];
+    out += left > 1 ? kAlphabet[(group >> 6) & 63] : '=';
+    out += left > 2 ? kAlphabet[group & 63] : '=';
+  }
+  return out;
+}
+
+}  // namespace quorlin

@@ -1,0 +1,209 @@
+// Proxy replies that no real server sends: a scripted peer reads each expected request packet,
+// records it, and answers with the script's bytes. After a successful negotiation the peer
+// sends "X", which must be the next byte the tunnel reads: the negotiation consumed exactly
+// its reply.
+#include <gtest/gtest.h>
+
+#include <sys/socket.h>
+
+#include <string>
+#include <vector>
+
+#include "quorlin/net/connection.hpp"
+#include "quorlin/net/proxy.hpp"
+#include "tests/support/peers.hpp"
+
+namespace quorlin {
+namespace {
+
+using namespace std::string_literals;
+
+struct Step {
+  std::string request;  // read exactly this many bytes, expected to be these
+  std::string reply;
+};
+
+struct ScriptCase {
+  const char* name;
+  unsigned type;
+  const char* user;
+  std::vector<Step> steps;
+  bool succeeds;
+};
+
+const std::string kSocks5Request =
+    "\x05\x01\x00\x03\x09"
+    "127.0.0.1"
+    "\x00\x50"s;
+const std::string kSocks4aRequest =
+    "\x04\x01\x00\x50\x00\x00\x00\x01"
+    "id\0"
+    "127.0.0.1\0"s;
+const std::string kConnect = "CONNECT 127.0.0.1:80 HTTP/1.0\r\n";
+
+std::vector<ScriptCase> cases() {
+  return {
+      {"socks5 IPv4 bound address",
+       PROXY_TYPE_SOCKS5,
+       nullptr,
+       {{"\x05\x01\x00"s, "\x05\x00"s},
+        {kSocks5Request,
+         "\x05\x00\x00\x01"
+         "\x7f\x00\x00\x01\x12\x34"
+         "X"s}},
+       true},
+      {"socks5 domain bound address",
+       PROXY_TYPE_SOCKS5,
+       nullptr,
+       {{"\x05\x01\x00"s, "\x05\x00"s},
+        {kSocks5Request,
+         "\x05\x00\x00\x03\x04"
+         "abcd\x12\x34"
+         "X"s}},
+       true},
+      {"socks5 IPv6 bound address",
+       PROXY_TYPE_SOCKS5,
+       nullptr,
+       {{"\x05\x01\x00"s, "\x05\x00"s},
+        {kSocks5Request, "\x05\x00\x00\x04"s + std::string(18, '\x01') + "X"}},
+       true},
+      {"socks5 unknown bound address type drains nothing",
+       PROXY_TYPE_SOCKS5,
+       nullptr,
+       {{"\x05\x01\x00"s, "\x05\x00"s}, {kSocks5Request, "\x05\x00\x00\x09X"s}},
+       true},
+      {"socks5 user and password",
+       PROXY_TYPE_SOCKS5,
+       "alice",
+       {{"\x05\x02\x00\x02"s, "\x05\x02"s},
+        {"\x01\x05"
+         "alice\x06"
+         "s3cret"s,
+         "\x01\x00"s},
+        {kSocks5Request,
+         "\x05\x00\x00\x01"
+         "\x7f\x00\x00\x01\x12\x34"
+         "X"s}},
+       true},
+      {"socks5 method 2 without a user",
+       PROXY_TYPE_SOCKS5,
+       nullptr,
+       {{"\x05\x01\x00"s, "\x05\x02"s}},
+       false},
+      {"socks5 refused target",
+       PROXY_TYPE_SOCKS5,
+       nullptr,
+       {{"\x05\x01\x00"s, "\x05\x00"s}, {kSocks5Request, "\x05\x05\x00\x01"s}},
+       false},
+      {"socks5 proxy closes mid-reply",
+       PROXY_TYPE_SOCKS5,
+       nullptr,
+       {{"\x05\x01\x00"s, "\x05"s}},
+       false},
+      {"socks4a granted",
+       PROXY_TYPE_SOCKS4,
+       "id",
+       {{kSocks4aRequest, "\x00\x5a\x00\x00\x00\x00\x00\x00X"s}},
+       true},
+      // The reply's length is not checked, only its second byte: one byte is not enough.
+      {"socks4 reply too short", PROXY_TYPE_SOCKS4, "id", {{kSocks4aRequest, "\x00"s}}, false},
+      {"socks4 rejected",
+       PROXY_TYPE_SOCKS4,
+       "id",
+       {{kSocks4aRequest, "\x00\x5b\x00\x00\x00\x00\x00\x00"s}},
+       false},
+      {"http 200 with several header lines",
+       PROXY_TYPE_HTTP,
+       nullptr,
+       {{kConnect + "\r\n", "HTTP/1.0 200 Connection established\r\nA: b\r\nC: d\r\n\r\nX"}},
+       true},
+      {"http Basic authorisation",
+       PROXY_TYPE_HTTP,
+       "alice",
+       {{kConnect + "Proxy-Authorization: Basic YWxpY2U6czNjcmV0\r\n\r\n",
+         "HTTP/1.1 200 OK\r\n\r\nX"}},
+       true},
+      {"http status line without a blank",
+       PROXY_TYPE_HTTP,
+       nullptr,
+       {{kConnect + "\r\n", "HTTP/1.0-200\r\n\r\n"}},
+       false},
+      {"http 407 with challenge headers",
+       PROXY_TYPE_HTTP,
+       nullptr,
+       {{kConnect + "\r\n",
+         "HTTP/1.0 407 Proxy Authentication Required\r\nProxy-Authenticate: Basic "
+         "realm=\"q\"\r\nProxy-Authenticate: Digest x\r\n\r\n"}},
+       false},
+      {"http 401 with a user set",
+       PROXY_TYPE_HTTP_ALT,
+       "alice",
+       {{kConnect + "Proxy-Authorization: Basic YWxpY2U6czNjcmV0\r\n\r\n",
+         "HTTP/1.0 401 Unauthorized\r\nWWW-Authenticate: Basic realm=\"q\"\r\n\r\n"}},
+       false},
+      {"http 200 and the proxy closes before the blank line",
+       PROXY_TYPE_HTTP,
+       nullptr,
+       {{kConnect + "\r\n", "HTTP/1.0 200 OK\r\nA: b\r\n"}},
+       false},
+  };
+}
+
+TEST(ProxyScripted, NegotiationTable) {
+  for (const ScriptCase& c : cases()) {
+    std::string received;
+    testing::ScriptedServer proxy([&](int descriptor) {
+      for (const Step& step : c.steps) {
+        received += testing::read_bytes(descriptor, step.request.size());
+        testing::write_bytes(descriptor, step.reply);
+      }
+      // A failing script ends by closing, so replies cut short end at the tunnel too.
+      if (c.succeeds) testing::read_bytes(descriptor, 1);
+    });
+    auto settings = proxy_settings_new();
+    proxy_settings_set_int(*settings, "proxy_type", static_cast<int>(c.type));
+    proxy_settings_set_text(*settings, "proxy_host", "127.0.0.1");
+    proxy_settings_set_int(*settings, "proxy_port", proxy.port());
+    if (c.user != nullptr) {
+      proxy_settings_set_text(*settings, "proxy_user", c.user);
+      proxy_settings_set_text(*settings, "proxy_password", "s3cret");
+    }
+    int before = testing::open_descriptor_count();
+    int descriptor = proxy_connect(*settings, 0, "127.0.0.1", 80);
+    std::string expected;
+    for (const Step& step : c.steps) expected += step.request;
+    if (c.succeeds) {
+      ASSERT_GT(descriptor, 0) << c.name;
+      char next = 0;
+      EXPECT_EQ(recv(descriptor, &next, 1, 0), 1) << c.name;
+      EXPECT_EQ(next, 'X') << c.name;
+      connection_close(descriptor);
+    } else {
+      EXPECT_EQ(descriptor, -1) << c.name;
+      EXPECT_EQ(testing::open_descriptor_count(), before) << c.name;
+    }
+    ASSERT_TRUE(proxy.wait_served_more_than(0)) << c.name;
+    EXPECT_EQ(received, expected) << c.name;
+  }
+}
+
+TEST(ProxyScripted, TypeZeroReturnsTheConnectionToTheProxyItself) {
+  testing::ScriptedServer proxy([](int descriptor) { testing::write_bytes(descriptor, "hello"); });
+  auto settings = proxy_settings_new();
+  proxy_settings_set_text(*settings, "proxy_host", "localhost");
+  proxy_settings_set_int(*settings, "proxy_port", proxy.port());
+  int descriptor = proxy_connect(*settings, 0, "ignored", 1);
+  ASSERT_GT(descriptor, 0);
+  char reply[6] = {};
+  EXPECT_EQ(recv_exact_nostatus(descriptor, reply, 5), 5);
+  EXPECT_STREQ(reply, "hello");
+  connection_close(descriptor);
+
+  proxy_settings_set_int(*settings, "proxy_port", testing::free_port());
+  int before = testing::open_descriptor_count();
+  EXPECT_EQ(proxy_connect(*settings, 0, "ignored", 1), -1);  // nothing listens
+  EXPECT_EQ(testing::open_descriptor_count(), before);
+}
+
+}  // namespace
+}  // namespace quorlin

@@ -1,0 +1,87 @@
+// Test peers: child processes (real servers), scripted loopback TCP servers, and helpers for
+// ports and descriptors.
+#ifndef QUORLIN_TESTS_SUPPORT_PEERS_HPP
+#define QUORLIN_TESTS_SUPPORT_PEERS_HPP
+
+#include <sys/types.h>
+
+#include <atomic>
+#include <functional>
+#include <mutex>
+#include <string>
+#include <thread>
+#include <vector>
+
+namespace quorlin::testing {
+
+// A loopback port that was free a moment ago.
+int free_port();
+
+// Polls a TCP connect to 127.0.0.1:port every 100 ms; true once it succeeds.
+bool wait_for_port(int port, int timeout_ms = 10000);
+
+// Entries in /proc/self/fd.
+int open_descriptor_count();
+
+// A directory under /tmp removed with its contents on destruction.
+class TempDir {
+ public:
+  TempDir();
+  ~TempDir();
+  const std::string& path() const { return path_; }
+  std::string file(const std::string& name) const { return path_ + "/" + name; }
+  void write(const std::string& name, const std::string& text) const;
+
+ private:
+  std::string path_;
+};
+
+// A program started directly (argv[0] is looked up in PATH), output appended to `log_file`
+// (or discarded), stopped with SIGTERM and reaped on destruction.
+class ChildProcess {
+ public:
+  ChildProcess(const std::vector<std::string>& argv, const std::string& log_file = "/dev/null");
+  ~ChildProcess();
+  ChildProcess(const ChildProcess&) = delete;
+  ChildProcess& operator=(const ChildProcess&) = delete;
+  void stop();
+  bool running() const { return pid_ > 0; }
+
+ private:
+  pid_t pid_ = -1;
+};
+
+// A loopback TCP server that runs `handle` on every accepted connection (one at a time, in a
+// thread of its own) and then closes it.
+class ScriptedServer {
+ public:
+  using Handler = std::function<void(int descriptor)>;
+  explicit ScriptedServer(Handler handle);
+  ~ScriptedServer();
+  int port() const { return port_; }
+  // Connections handled to the end so far; waits up to `timeout_ms` for more than `count`.
+  int served() const { return served_; }
+  bool wait_served_more_than(int count, int timeout_ms = 5000) const;
+
+ private:
+  void serve();
+  Handler handle_;
+  int listener_ = -1;
+  int port_ = 0;
+  std::atomic<bool> stopping_{false};
+  std::atomic<int> served_{0};
+  std::thread thread_;
+};
+
+// Reads exactly `size` bytes (fewer when the peer closes).
+std::string read_bytes(int descriptor, std::size_t size);
+// Reads up to and including the first "\r\n\r\n" (or until the peer closes).
+std::string read_until_blank_line(int descriptor);
+void write_bytes(int descriptor, std::string_view bytes);
+
+// A server that echoes every connection's bytes back until the peer closes.
+ScriptedServer::Handler echo_handler();
+
+}  // namespace quorlin::testing
+
+#endif  // QUORLIN_TESTS_SUPPORT_PEERS_HPP
