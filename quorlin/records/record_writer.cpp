@@ -189,17 +189,28 @@ std::unique_ptr<XmlNode> peer_connection_info_to_xml(const PeerConnectionInfo& i
   return root;
 }
 
-std::unique_ptr<XmlNode> add_network_request_to_xml(const AddNetworkRequest& request) {
+static std::unique_ptr<XmlNode> add_network_request_tree(const Text& name, const TextList* members,
+                                                         int type, int connection_type) {
   auto root = xml_node_new("AddNetworkRequest");
-  add_text(*root, "Name", request.name);
-  if (request.members) {
-    string_list_write(*request.members, "Members", "Member", *root);
+  add_text(*root, "Name", name);
+  if (members != nullptr) {
+    string_list_write(*members, "Members", "Member", *root);
   } else {
     xml_add_element(*root, "Members");
   }
-  add_int(*root, "Type", request.type);
-  add_int(*root, "ConnectionType", request.connection_type);
+  add_int(*root, "Type", type);
+  add_int(*root, "ConnectionType", connection_type);
   return root;
+}
+
+std::unique_ptr<XmlNode> add_network_request_to_xml(const AddNetworkRequest& request) {
+  return add_network_request_tree(request.name, request.members.get(), request.type,
+                                  request.connection_type);
+}
+
+std::string add_network_request_to_text(OptionalText name, const TextList& members, int type,
+                                        int connection_type) {
+  return xml_to_string(*add_network_request_tree(text_copy(name), &members, type, connection_type));
 }
 
 std::string add_network_request_to_text(const AddNetworkRequest& request) {

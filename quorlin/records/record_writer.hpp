@@ -43,6 +43,9 @@ void peer_network_write(const PeerNetwork& network, XmlNode& parent);
 
 // Text entry points: the builder's tree written compactly.
 std::string add_network_request_to_text(const AddNetworkRequest& request);
+// The same document from the request's parts, for callers that keep their own name and List.
+std::string add_network_request_to_text(OptionalText name, const TextList& members, int type,
+                                        int connection_type);
 std::string share_list_to_text(const ShareList& list);  // root "Shares"
 std::string service_state_to_text(const ServiceState& state);
 std::string peer_connection_info_to_text(const PeerConnectionInfo& info);

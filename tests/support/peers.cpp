@@ -103,11 +103,11 @@ void ChildProcess::stop() {
   pid_ = -1;
 }
 
-ScriptedServer::ScriptedServer(Handler handle) : handle_(std::move(handle)) {
+ScriptedServer::ScriptedServer(Handler handle, int port) : handle_(std::move(handle)) {
   listener_ = socket(AF_INET, SOCK_STREAM, 0);
   int on = 1;
   setsockopt(listener_, SOL_SOCKET, SO_REUSEADDR, &on, sizeof on);
-  sockaddr_in address = loopback(0);
+  sockaddr_in address = loopback(port);
   bind(listener_, reinterpret_cast<sockaddr*>(&address), sizeof address);
   listen(listener_, 16);
   socklen_t length = sizeof address;

@@ -56,7 +56,8 @@ class ChildProcess {
 class ScriptedServer {
  public:
   using Handler = std::function<void(int descriptor)>;
-  explicit ScriptedServer(Handler handle);
+  // Listens on `port`, or on a free port when it is 0.
+  explicit ScriptedServer(Handler handle, int port = 0);
   ~ScriptedServer();
   int port() const { return port_; }
   // Connections handled to the end so far; waits up to `timeout_ms` for more than `count`.

@@ -1,0 +1,249 @@
+// The request cycle and the operation catalogue. A ServiceCall owns the Connection and the Form
+// for one operation; its destructor closes the Connection last, after the reply, the request
+// document and the Form are gone, so every path keeps the clean-up order.
+#include "quorlin/client/service.hpp"
+
+#include <algorithm>
+#include <cstdlib>
+#include <optional>
+#include <string>
+
+#include "quorlin/client/form.hpp"
+#include "quorlin/records/record_reader.hpp"
+#include "quorlin/records/record_writer.hpp"
+
+namespace quorlin {
+namespace {
+
+class ServiceCall {
+ public:
+  explicit ServiceCall(ServiceCode code) : connection_(connect_to_service()) {
+    if (connection_ < 0) return;
+    form_ = form_create(SERVICE_FORM_CAPACITY);
+    form_add_int(*form_, "p2pnet_command", code);
+  }
+  ~ServiceCall() {
+    if (connection_ >= 0) close_service_connection(connection_);
+  }
+  ServiceCall(const ServiceCall&) = delete;
+  ServiceCall& operator=(const ServiceCall&) = delete;
+
+  bool connected() const { return connection_ >= 0; }
+  Form& form() { return *form_; }
+  Connection connection() const { return connection_; }
+
+  // Sends the form line, then `document` as a second line when given, and reads the reply.
+  std::string exchange(int& status, const std::string* document = nullptr) {
+    form_send(connection_, form_->text);
+    if (document != nullptr) form_send(connection_, *document);
+    return read_reply_line(connection_, status);
+  }
+
+  // Ends the call now and returns the close result (for the operations that report it).
+  int close() {
+    int result = close_service_connection(connection_);
+    connection_ = -1;
+    return result;
+  }
+
+ private:
+  Connection connection_;
+  std::unique_ptr<Form> form_;
+};
+
+// The "p2pnet_retval" of a parsed reply, converted as atoi does, or ERR_NO_RETVAL.
+int retval_of(const FormFields& fields) {
+  const std::string* retval = form_get(fields, "p2pnet_retval");
+  return retval != nullptr ? std::atoi(retval->c_str()) : ERR_NO_RETVAL;
+}
+
+// Copies `value` into `buffer`, cut to fit, NUL-terminated.
+void copy_bounded(std::span<char> buffer, const std::string& value) {
+  if (buffer.empty()) return;
+  std::size_t length = std::min(value.size(), buffer.size() - 1);
+  std::copy_n(value.data(), length, buffer.data());
+  buffer[length] = '\0';
+}
+
+// A record operation: the reply line goes to `read` only when it ended with LF.
+template <typename Read>
+auto document_call(ServiceCall& call, Read read, const std::string* document = nullptr)
+    -> decltype(read(std::string_view())) {
+  if (!call.connected()) return nullptr;
+  int status = 0;
+  std::string reply = call.exchange(status, document);
+  if (status <= 0) return nullptr;
+  return read(reply);
+}
+
+// An operation that wants no reply: it still waits for the reply line, then closes.
+int no_reply_call(ServiceCall& call, const std::string* document = nullptr) {
+  if (!call.connected()) return -1;
+  int status = 0;
+  call.exchange(status, document);
+  return call.close();
+}
+
+// An integer operation; `on_fields` sees the parsed reply and the result before it is cleared.
+template <typename OnFields>
+int form_call(ServiceCall& call, OnFields on_fields) {
+  if (!call.connected()) return ERR_SERVICE_UNREACHABLE;
+  int status = 0;
+  std::string reply = call.exchange(status);
+  FormFields fields;
+  form_parse(fields, reply);
+  int result = retval_of(fields);
+  on_fields(fields, result);
+  form_fields_clear(fields);
+  return result;
+}
+
+int form_call(ServiceCall& call) {
+  return form_call(call, [](const FormFields&, int) {});
+}
+
+}  // namespace
+
+Connection connect_to_service() {
+  Connection connection = connection_open(0, SERVICE_HOST, SERVICE_PORT);
+  return connection < 0 ? -1 : connection;
+}
+
+int close_service_connection(Connection connection) {
+  return connection_close(connection);
+}
+
+std::unique_ptr<ServiceState> get_service_state(int type) {
+  ServiceCall call(CODE_GET_SERVICE_STATE);
+  if (call.connected()) form_add_int(call.form(), "p2pnet_type", type);
+  return document_call(call, service_state_parse);
+}
+
+int set_service_type(int type) {
+  ServiceCall call(CODE_SET_SERVICE_TYPE);
+  if (call.connected()) form_add_int(call.form(), "p2pnet_type", type);
+  return no_reply_call(call);
+}
+
+std::unique_ptr<PeerNetworkList> get_networks(int type) {
+  ServiceCall call(CODE_GET_NETWORKS);
+  if (call.connected()) form_add_int(call.form(), "p2pnet_type", type);
+  return document_call(call, peer_network_list_parse);
+}
+
+std::unique_ptr<PeerNetwork> add_network(OptionalText name, const TextList& members, int type,
+                                         int connection_type) {
+  ServiceCall call(CODE_ADD_NETWORK);
+  if (!call.connected()) return nullptr;
+  const std::string document = add_network_request_to_text(name, members, type, connection_type);
+  return document_call(call, peer_network_parse, &document);
+}
+
+std::unique_ptr<PeerMember> invite_member(long network, std::string_view email) {
+  ServiceCall call(CODE_INVITE_MEMBER);
+  if (call.connected()) {
+    form_add_long(call.form(), "p2pnet_network", network);
+    form_add_field(call.form(), "p2pnet_email", email);
+  }
+  return document_call(call, peer_member_parse);
+}
+
+int drop_network(long network) {
+  ServiceCall call(CODE_DROP_NETWORK);
+  if (call.connected()) form_add_long(call.form(), "p2pnet_network", network);
+  return no_reply_call(call);
+}
+
+int get_connection_info(long network, std::string_view peer, PeerConnectionInfo& info) {
+  ServiceCall call(CODE_GET_CONNECTION_INFO);
+  if (call.connected()) {
+    form_add_long(call.form(), "p2pnet_network", network);
+    form_add_field(call.form(), "p2pnet_peer", peer);
+  }
+  return form_call(call, [&](const FormFields&, int result) {
+    if (result < 0) return;
+    int status = 0;
+    std::string second_line = read_reply_line(call.connection(), status);
+    if (status <= 0) return;
+    if (auto parsed = peer_connection_info_parse(second_line)) info = *parsed;
+  });
+}
+
+int post_network_peer(long network, std::string_view peer) {
+  ServiceCall call(CODE_POST_NETWORK_PEER);
+  if (call.connected()) {
+    form_add_long(call.form(), "p2pnet_network", network);
+    form_add_field(call.form(), "p2pnet_peer", peer);
+  }
+  return no_reply_call(call);
+}
+
+int get_local_ip(std::span<char> buffer) {
+  ServiceCall call(CODE_GET_LOCAL_IP);
+  return form_call(call, [&](const FormFields& fields, int result) {
+    const std::string* ip = form_get(fields, "p2pnet_local_ip");
+    if (result >= 0 && ip != nullptr) copy_bounded(buffer, *ip);
+  });
+}
+
+int get_peer_ip(long network, std::string_view peer, std::span<char> buffer) {
+  ServiceCall call(CODE_GET_PEER_IP);
+  if (call.connected()) {
+    form_add_long(call.form(), "p2pnet_network", network);
+    form_add_field(call.form(), "p2pnet_peer", peer);
+  }
+  return form_call(call, [&](const FormFields& fields, int result) {
+    const std::string* ip = form_get(fields, "p2pnet_peer_ip");
+    if (result >= 0 && ip != nullptr) copy_bounded(buffer, *ip);
+  });
+}
+
+int send_chat_message(long network, std::string_view peer, std::string_view message) {
+  ServiceCall call(CODE_SEND_CHAT_MESSAGE);
+  if (call.connected()) {
+    form_add_long(call.form(), "p2pnet_network", network);
+    form_add_field(call.form(), "p2pnet_peer", peer);
+    form_add_field(call.form(), "p2pnet_chat_mesg", message);
+  }
+  return form_call(call);
+}
+
+int receive_chat_message(long network, std::string_view peer, std::span<char> buffer) {
+  ServiceCall call(CODE_RECEIVE_CHAT_MESSAGE);
+  if (call.connected()) {
+    form_add_long(call.form(), "p2pnet_network", network);
+    form_add_field(call.form(), "p2pnet_peer", peer);
+  }
+  return form_call(call, [&](const FormFields& fields, int) {
+    const std::string* message = form_get(fields, "p2pnet_chat_mesg");
+    bool has_retval = form_get(fields, "p2pnet_retval") != nullptr;
+    if (has_retval && message != nullptr) copy_bounded(buffer, *message);
+  });
+}
+
+std::unique_ptr<NotificationList> get_notifications(int type) {
+  ServiceCall call(CODE_GET_NOTIFICATIONS);
+  if (call.connected()) form_add_int(call.form(), "p2pnet_type", type);
+  return document_call(call, notification_list_parse);
+}
+
+int set_shares(long network, int share_type, const ShareList& shares) {
+  ServiceCall call(CODE_SET_SHARES);
+  if (!call.connected()) return 0;
+  form_add_long(call.form(), "p2pnet_network", network);
+  form_add_int(call.form(), "p2pnet_share_type", share_type);
+  const std::string document = share_list_to_text(shares);
+  no_reply_call(call, &document);
+  return 0;
+}
+
+int set_connection_type(int type, int connection_type) {
+  ServiceCall call(CODE_SET_CONNECTION_TYPE);
+  if (call.connected()) {
+    form_add_int(call.form(), "p2pnet_type", type);
+    form_add_int(call.form(), "p2pnet_conn_type", connection_type);
+  }
+  return no_reply_call(call);
+}
+
+}  // namespace quorlin

@@ -1,0 +1,77 @@
+// The service operations: one short conversation per call with the local service on
+// 127.0.0.1:7000 over a Connection of its own: a form line (and, for add_network and set_shares,
+// an XML line), one reply line, then the Connection is closed on every path.
+//
+// Results: integer operations give ERR_SERVICE_UNREACHABLE (-400), ERR_NO_RETVAL (-601) or the
+// service's "p2pnet_retval"; operations that want no reply give -1 (not connected) or the close
+// result; record operations give null unless the reply line ended with LF and held the expected
+// document. Replies are awaited without a time-out. Values copied into caller buffers are cut to
+// the buffer and always NUL-terminated. Nothing is printed; calls share no state, so several
+// threads may call at once.
+#ifndef QUORLIN_CLIENT_SERVICE_HPP
+#define QUORLIN_CLIENT_SERVICE_HPP
+
+#include <memory>
+#include <span>
+#include <string_view>
+
+#include "quorlin/net/connection.hpp"
+#include "quorlin/records/records.hpp"
+
+namespace quorlin {
+
+inline constexpr char SERVICE_HOST[] = "127.0.0.1";
+inline constexpr int SERVICE_PORT = 7000;
+inline constexpr int ERR_SERVICE_UNREACHABLE = -400;
+inline constexpr int ERR_NO_RETVAL = -601;
+inline constexpr std::size_t SERVICE_FORM_CAPACITY = 1024;
+
+enum ServiceCode : int {
+  CODE_GET_SERVICE_STATE = 0,
+  CODE_SET_SERVICE_TYPE = 1,
+  CODE_GET_NETWORKS = 2,
+  CODE_ADD_NETWORK = 3,
+  CODE_INVITE_MEMBER = 5,
+  CODE_DROP_NETWORK = 6,
+  CODE_GET_CONNECTION_INFO = 7,
+  CODE_POST_NETWORK_PEER = 8,
+  CODE_GET_LOCAL_IP = 9,
+  CODE_GET_PEER_IP = 10,
+  CODE_SEND_CHAT_MESSAGE = 11,
+  CODE_RECEIVE_CHAT_MESSAGE = 12,
+  CODE_GET_NOTIFICATIONS = 13,
+  CODE_SET_SHARES = 14,
+  CODE_SET_CONNECTION_TYPE = 15,
+};
+
+// A Connection to the service, or -1.
+Connection connect_to_service();
+int close_service_connection(Connection connection);
+
+std::unique_ptr<ServiceState> get_service_state(int type);
+int set_service_type(int type);
+std::unique_ptr<PeerNetworkList> get_networks(int type);
+// The service's new network (its id and name), or null. The name and members are only read.
+std::unique_ptr<PeerNetwork> add_network(OptionalText name, const TextList& members, int type,
+                                         int connection_type);
+std::unique_ptr<PeerMember> invite_member(long network, std::string_view email);
+int drop_network(long network);
+// On a retval of 0 or more whose second line holds a PeerConnectionInfo, that record is copied
+// into `info`; otherwise `info` is untouched.
+int get_connection_info(long network, std::string_view peer, PeerConnectionInfo& info);
+int post_network_peer(long network, std::string_view peer);
+// "p2pnet_local_ip" copied into `buffer` only for a retval of 0 or more.
+int get_local_ip(std::span<char> buffer);
+// "p2pnet_peer_ip" copied into `buffer` only for a retval of 0 or more.
+int get_peer_ip(long network, std::string_view peer, std::span<char> buffer);
+int send_chat_message(long network, std::string_view peer, std::string_view message);
+// "p2pnet_chat_mesg" copied into `buffer` whenever the reply has a retval, whatever its sign.
+int receive_chat_message(long network, std::string_view peer, std::span<char> buffer);
+std::unique_ptr<NotificationList> get_notifications(int type);
+// Always 0, also when the service cannot be reached.
+int set_shares(long network, int share_type, const ShareList& shares);
+int set_connection_type(int type, int connection_type);
+
+}  // namespace quorlin
+
+#endif  // QUORLIN_CLIENT_SERVICE_HPP

@@ -1,0 +1,81 @@
+// A stand-in for the local peer-to-peer network service: it listens on 127.0.0.1 (port 7000 by
+// default), answers all sixteen operations from a plausible in-memory state, records every
+// request line it receives, and misbehaves on request. It is built on the library's own form
+// parser and record writers and readers, so what it sends is what the real service's documents
+// look like to the client.
+//
+// Connections are served one at a time in a thread of their own; the state and the request log
+// are locked, so tests may read them while it runs.
+#ifndef QUORLIN_TESTS_SIMULATOR_SERVICE_SIMULATOR_HPP
+#define QUORLIN_TESTS_SIMULATOR_SERVICE_SIMULATOR_HPP
+
+#include <atomic>
+#include <cstddef>
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "quorlin/records/records.hpp"
+
+namespace quorlin::simulator {
+
+enum class Misbehaviour {
+  kNone,
+  kCloseWithoutReply,  // reads the request, closes without a byte
+  kNoFinalLineEnd,     // the usual reply without its last LF, then closes
+  kGarbage,            // bytes that are neither a form nor a document, ended by LF
+  kDelay,              // waits `delay_ms` before the usual reply
+  kHugeReply,          // `huge_reply_bytes` without any line end, then closes
+};
+
+struct SimulatorOptions {
+  int port = 7000;
+  int generated_networks = 0;    // extra networks of five members each, after the seed
+  std::string request_log_path;  // when set, every request line is appended there too
+};
+
+class ServiceSimulator {
+ public:
+  explicit ServiceSimulator(SimulatorOptions options = {});
+  ~ServiceSimulator();
+  ServiceSimulator(const ServiceSimulator&) = delete;
+  ServiceSimulator& operator=(const ServiceSimulator&) = delete;
+
+  // Binds and starts serving in a thread; false when the port cannot be bound.
+  bool start();
+  void stop();
+
+  // The request lines received so far (without CR LF), in order; a second line is its own entry.
+  std::vector<std::string> requests();
+  void clear_requests();
+
+  void misbehave(Misbehaviour misbehaviour, int delay_ms = 0,
+                 std::size_t huge_reply_bytes = 100u << 20);
+  // The next `count` add_network requests are refused as if the name were taken.
+  void refuse_add_network(int count);
+  // Replaces the whole state with the seed (and the generated networks).
+  void reset();
+
+ private:
+  struct State;
+  void serve();
+  void handle(int connection);
+  std::string answer(const std::string& request, const std::string& document, int code);
+
+  SimulatorOptions options_;
+  std::unique_ptr<State> state_;
+  std::mutex lock_;
+  int listener_ = -1;
+  std::atomic<bool> stopping_{false};
+  std::thread thread_;
+};
+
+// The seed: "Friends" (id 1), "Work" (id 2) and "Gaming" (id 3, type 3), with members.
+std::unique_ptr<PeerNetworkList> seed_networks(int generated_networks);
+
+}  // namespace quorlin::simulator
+
+#endif  // QUORLIN_TESTS_SIMULATOR_SERVICE_SIMULATOR_HPP
