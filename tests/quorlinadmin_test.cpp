@@ -1,0 +1,200 @@
+// quorlinadmin end to end: the real binary against the service simulator on port 7000,
+// asserting standard output, standard error, the exit status and the request lines received.
+#include <gtest/gtest.h>
+
+#include <sys/wait.h>
+
+#include <fstream>
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include "quorlin/client/form.hpp"
+#include "quorlin/client/service.hpp"
+#include "tests/simulator/service_simulator.hpp"
+#include "tests/support/peers.hpp"
+
+namespace quorlin {
+namespace {
+
+using simulator::ServiceSimulator;
+
+struct ToolRun {
+  std::string out;
+  std::string err;
+  int status;
+};
+
+std::string file_text(const std::string& path) {
+  std::ifstream file(path, std::ios::binary);
+  std::stringstream text;
+  text << file.rdbuf();
+  return text.str();
+}
+
+ToolRun run_tool(const std::string& arguments) {
+  testing::TempDir dir;
+  std::string command = std::string(QUORLINADMIN_PATH) + " " + arguments + " >" + dir.file("out") +
+                        " 2>" + dir.file("err");
+  int status = std::system(command.c_str());
+  return {file_text(dir.file("out")), file_text(dir.file("err")), WEXITSTATUS(status)};
+}
+
+const char kUsage[] =
+    "quorlinadmin: Incorrect parameters specified\n"
+    "Usage:  quorlinadmin list|create|drop [networkname]\n";
+
+const char kSeedListing[] =
+    "Network id: 1, name: Friends\nNetwork member count: 3\n"
+    "Owner. Member: me, IP: (null), Status 1\nMember: alice, IP: (null), Status 1\n"
+    "Member: bob, IP: (null), Status 1\n"
+    "Network id: 2, name: Work\nNetwork member count: 2\n"
+    "Owner. Member: me, IP: (null), Status 1\nMember: carol, IP: (null), Status 1\n";
+
+const char kGamingListing[] =
+    "Network id: 3, name: Gaming\nNetwork member count: 4\n"
+    "Owner. Member: me, IP: (null), Status 1\nMember: dave, IP: (null), Status 1\n"
+    "Member: erin, IP: (null), Status 1\nMember: frank, IP: (null), Status 1\n";
+
+class QuorlinadminTest : public ::testing::Test {
+ protected:
+  void SetUp() override { ASSERT_TRUE(service_.start()) << "port 7000 is taken"; }
+  ServiceSimulator service_;
+};
+
+TEST_F(QuorlinadminTest, ArgumentRulesAndExitStatuses) {
+  const struct {
+    const char* arguments;
+    const char* out;
+    const char* err;
+    int status;
+    std::vector<std::string> requests;
+  } cases[] = {
+      {"", "", kUsage, 1, {}},
+      {"create alice", "", kUsage, 1, {}},
+      {"status", "", "", 0, {}},
+      {"invite",
+       "fail",
+       "quorlinadmin:CreateNetwork: argument list is incorrect. Network is not created\n",
+       1,
+       {}},
+      {"invite 5",
+       "fail",
+       "quorlinadmin:CreateNetwork: argument list is incorrect. Network is not created\n",
+       1,
+       {}},
+      {"invite 12abc a@b.c",
+       "fail",
+       "",
+       1,
+       {"p2pnet_command=5&p2pnet_network=12&p2pnet_email=a%40b.c"}},
+      {"invite 2 a@b.c extra",
+       "ok",
+       "",
+       1,
+       {"p2pnet_command=5&p2pnet_network=2&p2pnet_email=a%40b.c"}},
+      {"list 3", "", kGamingListing, 0, {"p2pnet_command=2&p2pnet_type=3"}},
+      {"list abc", "", nullptr, 0, {"p2pnet_command=2&p2pnet_type=0"}},
+      {"list 3 4", "", nullptr, 0, {"p2pnet_command=2&p2pnet_type=0"}},
+  };
+  for (const auto& c : cases) {
+    service_.reset();
+    service_.clear_requests();
+    ToolRun run = run_tool(c.arguments);
+    EXPECT_EQ(run.out, c.out) << c.arguments;
+    if (c.err != nullptr) {
+      EXPECT_EQ(run.err, c.err) << c.arguments;
+    }
+    EXPECT_EQ(run.status, c.status) << c.arguments;
+    EXPECT_EQ(service_.requests(), c.requests) << c.arguments;
+  }
+}
+
+TEST_F(QuorlinadminTest, ListPrintsEveryNetworkWithItsOwnerFirst) {
+  ToolRun run = run_tool("list");
+  EXPECT_EQ(run.out, "");
+  EXPECT_EQ(run.err, std::string(kSeedListing) + kGamingListing);
+  EXPECT_EQ(run.status, 0);
+}
+
+TEST_F(QuorlinadminTest, CreateSendsTheRequestDocumentAndPrintsTheId) {
+  ToolRun run = run_tool("create alice bob carol");
+  EXPECT_EQ(run.out, "1000");
+  EXPECT_EQ(run.status, 0);
+  std::vector<std::string> requests = service_.requests();
+  ASSERT_EQ(requests.size(), 2u);
+  EXPECT_EQ(requests[0], "p2pnet_command=3");
+  const std::string& document = requests[1];
+  ASSERT_TRUE(document.starts_with("<AddNetworkRequest><Name>alice_bob_net_")) << document;
+  std::string name = document.substr(25, document.find("</Name>") - 25);
+  EXPECT_EQ(document.substr(25 + name.size()),
+            "</Name><Members><Member>alice</Member><Member>bob</Member></Members><Type>0</Type>"
+            "<ConnectionType>0</ConnectionType></AddNetworkRequest>");
+  EXPECT_EQ(run.err,
+            "quorlinadmin:CreateNetwork: Network " + name + " successfully created with id 1000\n");
+}
+
+TEST_F(QuorlinadminTest, CreateRetriesUnderAFreshNameAfterTenSeconds) {
+  service_.refuse_add_network(1);
+  ToolRun run = run_tool("create alice bob");
+  EXPECT_EQ(run.out, "1000");
+  std::vector<std::string> requests = service_.requests();
+  ASSERT_EQ(requests.size(), 4u);
+  EXPECT_NE(requests[1], requests[3]);
+}
+
+TEST_F(QuorlinadminTest, DropSparesExactlyFriends) {
+  TextList members;
+  ASSERT_NE(add_network("friends", members, 0, 0), nullptr);  // id 1000, lower case
+  service_.clear_requests();
+  ToolRun run = run_tool("drop");
+  EXPECT_EQ(run.out, "ok");
+  EXPECT_EQ(run.status, 1);
+  EXPECT_EQ(run.err,
+            "quorlinadmin:Deleting network id: 2, name: Work... "
+            "quorlinadmin:Deleting network id: 3, name: Gaming... "
+            "quorlinadmin:Deleting network id: 1000, name: friends... ");
+  EXPECT_EQ(service_.requests(),
+            (std::vector<std::string>{
+                "p2pnet_command=2&p2pnet_type=0", "p2pnet_command=6&p2pnet_network=2",
+                "p2pnet_command=6&p2pnet_network=3", "p2pnet_command=6&p2pnet_network=1000"}));
+  EXPECT_EQ(run_tool("list").err,
+            "Network id: 1, name: Friends\nNetwork member count: 3\n"
+            "Owner. Member: me, IP: (null), Status 1\nMember: alice, IP: (null), Status 1\n"
+            "Member: bob, IP: (null), Status 1\n");
+}
+
+TEST(QuorlinadminWithoutService, ReportsTheFailedCall) {
+  ToolRun list = run_tool("list");
+  EXPECT_EQ(list.err, "quorlinadmin: Call get_networks failed\n");
+  EXPECT_EQ(list.status, 0);
+  ToolRun drop = run_tool("drop");
+  EXPECT_EQ(drop.err, "quorlinadmin:Drop networks fail: call get_networks failed\n");
+  EXPECT_EQ(drop.out, "fail");
+  EXPECT_EQ(run_tool("invite 1 a@b.c").out, "fail");
+}
+
+TEST(QuorlinadminAgainstScriptedService, StopsAtAnEntryThatIsNotANetwork) {
+  const std::string reply =
+      "<PeerNetworks><PeerNetwork><Id>4</Id><Name>a</Name></PeerNetwork><Foo></Foo>"
+      "<PeerNetwork><Id>5</Id></PeerNetwork></PeerNetworks>\n";
+  testing::ScriptedServer service(
+      [&](int descriptor) {
+        int status;
+        read_reply_line(descriptor, status);
+        testing::write_bytes(descriptor, reply);
+      },
+      SERVICE_PORT);
+  ToolRun list = run_tool("list");
+  EXPECT_EQ(list.err,
+            "Network id: 4, name: a\nNetwork member count: 0\n"
+            "quorlinadmin: Incorrect data for peernetwork entry\n");
+  ToolRun drop = run_tool("drop");
+  EXPECT_EQ(drop.err,
+            "quorlinadmin:Deleting network id: 4, name: a... "
+            "quorlinadmin:Incorrect data for peernetwork entry\n");
+  EXPECT_EQ(drop.out, "fail");
+}
+
+}  // namespace
+}  // namespace quorlin

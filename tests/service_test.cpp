@@ -1,0 +1,208 @@
+// The service operations against the simulator and against scripted replies on port 7000.
+#include "quorlin/client/service.hpp"
+
+#include <gtest/gtest.h>
+
+#include <cstring>
+#include <string>
+#include <vector>
+
+#include "quorlin/client/form.hpp"
+#include "tests/simulator/service_simulator.hpp"
+#include "tests/support/peers.hpp"
+
+namespace quorlin {
+namespace {
+
+using namespace std::string_literals;
+using simulator::Misbehaviour;
+using simulator::ServiceSimulator;
+
+TEST(ServiceOperations, WithoutAServiceEachShapeFailsItsOwnWay) {
+  char buffer[16] = "untouched";
+  EXPECT_EQ(get_networks(0), nullptr);
+  EXPECT_EQ(get_service_state(0), nullptr);
+  EXPECT_EQ(invite_member(1, "a@b.c"), nullptr);
+  EXPECT_EQ(receive_chat_message(1, "p", buffer), ERR_SERVICE_UNREACHABLE);
+  EXPECT_EQ(get_local_ip(buffer), ERR_SERVICE_UNREACHABLE);
+  EXPECT_EQ(drop_network(1), -1);
+  EXPECT_EQ(set_connection_type(1, 2), -1);
+  EXPECT_EQ(set_shares(1, SHARE_TYPE_FOLDER, ShareList()), 0);
+  EXPECT_STREQ(buffer, "untouched");
+}
+
+TEST(ServiceOperations, RequestLinesAndResultsAgainstTheSimulator) {
+  ServiceSimulator service;
+  ASSERT_TRUE(service.start()) << "port 7000 is taken";
+  char buffer[64] = {};
+
+  EXPECT_EQ(get_networks(0)->first->item->name, "Friends");
+  EXPECT_EQ(drop_network(17), 0);
+  EXPECT_NE(invite_member(2, "x y@z.org"), nullptr);
+  EXPECT_EQ(get_local_ip(buffer), 0);
+  EXPECT_STREQ(buffer, "192.168.7.2");
+  EXPECT_EQ(get_peer_ip(1, "alice", buffer), 0);
+  EXPECT_STREQ(buffer, "10.0.1.2");
+  EXPECT_EQ(send_chat_message(1, "bob", "hi & bye"), 0);
+  EXPECT_EQ(receive_chat_message(1, "bob", buffer), 0);
+  EXPECT_STREQ(buffer, "hi & bye");
+  EXPECT_EQ(set_service_type(2), 0);
+  EXPECT_EQ(get_service_state(0)->type, 2);
+  ASSERT_NE(get_notifications(0), nullptr);
+  EXPECT_EQ(get_notifications(0)->first, nullptr);
+  ShareList shares;
+  list_append(shares, folder_share_new("docs", "/srv/docs"));
+  EXPECT_EQ(set_shares(1, SHARE_TYPE_FOLDER, shares), 0);
+  EXPECT_EQ(set_connection_type(1, 4), 0);
+  EXPECT_EQ(post_network_peer(2, "zoe"), 0);
+  TextList members;
+  list_append(members, Text("a"));
+  auto network = add_network("n", members, 0, 1);
+  ASSERT_NE(network, nullptr);
+  EXPECT_EQ(network->name, "n");
+
+  const std::vector<std::string> expected = {
+      "p2pnet_command=2&p2pnet_type=0",
+      "p2pnet_command=6&p2pnet_network=17",
+      "p2pnet_command=5&p2pnet_network=2&p2pnet_email=x+y%40z.org",
+      "p2pnet_command=9",
+      "p2pnet_command=10&p2pnet_network=1&p2pnet_peer=alice",
+      "p2pnet_command=11&p2pnet_network=1&p2pnet_peer=bob&p2pnet_chat_mesg=hi+%26+bye",
+      "p2pnet_command=12&p2pnet_network=1&p2pnet_peer=bob",
+      "p2pnet_command=1&p2pnet_type=2",
+      "p2pnet_command=0&p2pnet_type=0",
+      "p2pnet_command=13&p2pnet_type=0",
+      "p2pnet_command=13&p2pnet_type=0",
+      "p2pnet_command=14&p2pnet_network=1&p2pnet_share_type=1",
+      "<Shares><FolderShare><Name>docs</Name><Type>1</Type><AccessList></AccessList>"
+      "<Path>/srv/docs</Path></FolderShare></Shares>",
+      "p2pnet_command=15&p2pnet_type=1&p2pnet_conn_type=4",
+      "p2pnet_command=8&p2pnet_network=2&p2pnet_peer=zoe",
+      "p2pnet_command=3",
+      "<AddNetworkRequest><Name>n</Name><Members><Member>a</Member></Members><Type>0</Type>"
+      "<ConnectionType>1</ConnectionType></AddNetworkRequest>",
+  };
+  EXPECT_EQ(service.requests(), expected);
+}
+
+TEST(ServiceOperations, ConnectionInfoReadsItsSecondLine) {
+  ServiceSimulator service;
+  ASSERT_TRUE(service.start()) << "port 7000 is taken";
+  PeerConnectionInfo info{};
+  EXPECT_EQ(get_connection_info(1, "alice", info), 0);
+  EXPECT_STREQ(info.peer, "alice");
+  EXPECT_STREQ(info.peer_host_ip, "203.0.113.7");
+  EXPECT_EQ(info.initiator, 1);
+  PeerConnectionInfo untouched{};
+  EXPECT_EQ(get_connection_info(1, "nobody", untouched), -1);
+  EXPECT_STREQ(untouched.peer, "");
+}
+
+// Each case answers one request with fixed bytes, then closes.
+struct ReplyCase {
+  std::string reply;
+  int retval;
+  const char* buffer_after;
+};
+
+TEST(ServiceReplies, IntegerShapesAndBufferCopies) {
+  const ReplyCase local_ip_cases[] = {
+      {"p2pnet_retval=-3\r\n", -3, "untouched"},
+      {"p2pnet_retval=abc\r\n", 0, "untouched"},
+      {"foo=1\r\n", ERR_NO_RETVAL, "untouched"},
+      {"\r\n", ERR_NO_RETVAL, "untouched"},
+      {"", ERR_NO_RETVAL, "untouched"},
+      {"p2pnet_retval=-1&p2pnet_local_ip=1.2.3.4\r\n", -1, "untouched"},
+      {"p2pnet_retval=0&p2pnet_local_ip=1.2.3.4", 0, "1.2.3.4"},  // cut before the LF
+      {"p2pnet_retval=0&p2pnet_local_ip=" + std::string(100, '9') + "\r\n", 0,
+       "999999999999999"},  // cut to the buffer
+  };
+  for (const auto& c : local_ip_cases) {
+    testing::ScriptedServer service(
+        [&](int descriptor) {
+          int status;
+          read_reply_line(descriptor, status);
+          testing::write_bytes(descriptor, c.reply);
+        },
+        SERVICE_PORT);
+    char buffer[16] = "untouched";
+    EXPECT_EQ(get_local_ip(buffer), c.retval) << c.reply;
+    EXPECT_STREQ(buffer, c.buffer_after) << c.reply;
+  }
+}
+
+TEST(ServiceReplies, ChatMessageIsCopiedForAnyRetval) {
+  testing::ScriptedServer service(
+      [](int descriptor) {
+        int status;
+        read_reply_line(descriptor, status);
+        testing::write_bytes(descriptor, "p2pnet_chat_mesg=late&p2pnet_retval=-7\r\n");
+      },
+      SERVICE_PORT);
+  char buffer[16] = {};
+  EXPECT_EQ(receive_chat_message(1, "p", buffer), -7);
+  EXPECT_STREQ(buffer, "late");
+}
+
+TEST(ServiceReplies, ConnectionInfoWithoutItsSecondLineLeavesTheRecord) {
+  for (const char* reply : {"p2pnet_retval=2\r\n", "p2pnet_retval=2\r\n<PeerConnectionInfo>"}) {
+    testing::ScriptedServer service(
+        [&](int descriptor) {
+          int status;
+          read_reply_line(descriptor, status);
+          testing::write_bytes(descriptor, reply);
+        },
+        SERVICE_PORT);
+    PeerConnectionInfo info{};
+    copy_fixed_text(info.peer, "kept");
+    EXPECT_EQ(get_connection_info(1, "p", info), 2);
+    EXPECT_STREQ(info.peer, "kept");
+  }
+}
+
+TEST(ServiceReplies, HostileServiceNeverCrashesOrLeaks) {
+  ServiceSimulator service;
+  ASSERT_TRUE(service.start()) << "port 7000 is taken";
+  const Misbehaviour failures[] = {Misbehaviour::kCloseWithoutReply, Misbehaviour::kNoFinalLineEnd,
+                                   Misbehaviour::kGarbage, Misbehaviour::kHugeReply};
+  for (Misbehaviour misbehaviour : failures) {
+    service.misbehave(misbehaviour, 0, 100u << 20);
+    EXPECT_EQ(get_networks(0), nullptr);
+    char buffer[16] = "untouched";
+    int retval = get_local_ip(buffer);
+    // A form reply is read whatever its status: one cut before its LF still counts.
+    bool cut_form = misbehaviour == Misbehaviour::kNoFinalLineEnd;
+    EXPECT_EQ(retval, cut_form ? 0 : ERR_NO_RETVAL);
+    EXPECT_STREQ(buffer, cut_form ? "192.168.7.2" : "untouched");
+  }
+  service.misbehave(Misbehaviour::kDelay, 200);
+  EXPECT_NE(get_networks(0), nullptr);
+}
+
+TEST(ServiceReplies, DeepAndOverlongDocumentsAreReadSafely) {
+  std::string deep;
+  for (int i = 0; i < 1'000'000; ++i) deep += "<a>";
+  std::string overlong = "p2pnet_retval=0\r\n<PeerConnectionInfo><Peer>" + std::string(5000, 'p') +
+                         "</Peer><PeerIp>" + std::string(500, '1') +
+                         "</PeerIp></PeerConnectionInfo>\n";
+  for (const std::string& reply : {deep + "\n", overlong}) {
+    testing::ScriptedServer service(
+        [&](int descriptor) {
+          int status;
+          read_reply_line(descriptor, status);
+          testing::write_bytes(descriptor, reply);
+        },
+        SERVICE_PORT);
+    if (reply == overlong) {
+      PeerConnectionInfo info{};
+      EXPECT_EQ(get_connection_info(1, "p", info), 0);
+      EXPECT_EQ(std::strlen(info.peer), sizeof info.peer - 1);
+      EXPECT_EQ(std::strlen(info.peer_ip), sizeof info.peer_ip - 1);
+    } else {
+      EXPECT_EQ(get_networks(0), nullptr);
+    }
+  }
+}
+
+}  // namespace
+}  // namespace quorlin
