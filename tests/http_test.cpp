@@ -1,0 +1,149 @@
+// The HTTP exchange against python3's http.server, against scripted peers for the framings real
+// servers do not send, and against a UDP peer for the datagram mode.
+#include "quorlin/client/http.hpp"
+
+#include <gtest/gtest.h>
+
+#include <arpa/inet.h>
+#include <netinet/in.h>
+#include <sys/socket.h>
+
+#include <string>
+#include <thread>
+
+#include "quorlin/net/connection.hpp"
+#include "tests/support/peers.hpp"
+
+namespace quorlin {
+namespace {
+
+std::string headers_picture(const FormFields& headers) {
+  std::string out;
+  for (auto* node = headers.first; node != nullptr; node = node->next) {
+    out += "[" + node->item->name + "|" + node->item->value + "]";
+  }
+  return out;
+}
+
+TEST(HttpRequest, IsExactToTheByte) {
+  EXPECT_EQ(http_request_text("127.0.0.1", "/x", "a=1"),
+            "POST /x HTTP/1.1\r\nHost: 127.0.0.1\r\nUser-Agent: Quorlin\r\n"
+            "Content-type: application/x-www-form-urlencoded\r\nContent-Length: 3\r\n\r\na=1");
+}
+
+TEST(HttpPost, AgainstPythonHttpServer) {
+  int port = testing::free_port();
+  testing::ChildProcess server({"python3", HTTP_POST_SERVER_PATH, std::to_string(port)});
+  ASSERT_TRUE(testing::wait_for_port(port)) << "python3 http.server did not start";
+  Connection connection = connection_open(0, "127.0.0.1", port);
+  ASSERT_GT(connection, 0);
+  std::unique_ptr<FormFields> headers;
+  std::string body;
+  EXPECT_GT(http_post(connection, "127.0.0.1", "/form", "a=1&b=x+y", 5000, &headers, &body), 0);
+  EXPECT_EQ(body, "path=/form&body=a=1&b=x+y");
+  ASSERT_NE(headers, nullptr);
+  EXPECT_NE(form_get(*headers, "Server"), nullptr);
+  EXPECT_EQ(*form_get(*headers, "Content-Length"), "25");
+  connection_close(connection);
+}
+
+struct ReplyCase {
+  const char* name;
+  std::string reply;
+  bool succeeds;
+  const char* body;
+  const char* headers;
+};
+
+TEST(HttpPost, ScriptedReplies) {
+  const ReplyCase cases[] = {
+      {"line-framed chunks",
+       "HTTP/1.1 200 OK\r\nTransfer-Encoding: chunked\r\n\r\n5\r\nhello\r\n\r\n0\r\n\r\n", true,
+       "hello", "[Transfer-Encoding|chunked]"},
+      {"two chunks, the line after each dropped whatever it holds",
+       "HTTP/1.1 200 OK\r\nTransfer-Encoding: "
+       "chunked\r\n\r\n3\r\nab\r\nX\r\n2\r\ncd\r\nY\r\n0\r\n\r\n",
+       true, "abcd", "[Transfer-Encoding|chunked]"},
+      {"lower-case content-length is a line body",
+       "HTTP/1.1 200 OK\r\ncontent-length: 5\r\n\r\nhel\r\nlo", true, "hel", "[content-length|5]"},
+      {"a header with nothing after its colon is not stored",
+       "HTTP/1.1 500 Oops\r\nX:\r\nY: 1\r\nContent-Length: 2\r\n\r\nok", true, "ok",
+       "[Y|1][Content-Length|2]"},
+      {"Content-Length 0", "HTTP/1.1 204 No Content\r\nContent-Length: 0\r\n\r\n", true, "",
+       "[Content-Length|0]"},
+      {"a body shorter than announced", "HTTP/1.1 200 OK\r\nContent-Length: 10\r\n\r\nshort", false,
+       nullptr, nullptr},
+      {"headers cut short", "HTTP/1.1 200 OK\r\nContent-Le", false, nullptr, nullptr},
+      {"a hostile length", "HTTP/1.1 200 OK\r\nContent-Length: 99999999999\r\n\r\nxyz", false,
+       nullptr, nullptr},
+  };
+  for (const auto& c : cases) {
+    std::string request;
+    testing::ScriptedServer server([&](int descriptor) {
+      request = testing::read_until_blank_line(descriptor);
+      request += testing::read_bytes(descriptor, 3);
+      testing::write_bytes(descriptor, c.reply);
+    });
+    Connection connection = connection_open(0, "127.0.0.1", server.port());
+    std::unique_ptr<FormFields> headers;
+    std::string body = "untouched";
+    int status = http_post(connection, "example.org", "/p", "a=1", NO_TIMEOUT, &headers, &body);
+    EXPECT_EQ(status > 0, c.succeeds) << c.name << ": " << status;
+    if (c.succeeds) {
+      EXPECT_EQ(body, c.body) << c.name;
+      ASSERT_NE(headers, nullptr) << c.name;
+      EXPECT_EQ(headers_picture(*headers), c.headers) << c.name;
+    } else {
+      EXPECT_EQ(body, "untouched") << c.name;
+      EXPECT_EQ(headers, nullptr) << c.name;
+    }
+    connection_close(connection);
+    ASSERT_TRUE(server.wait_served_more_than(0));
+    EXPECT_EQ(request, http_request_text("example.org", "/p", "a=1")) << c.name;
+  }
+}
+
+TEST(HttpPost, DatagramModeSendsOneRequestAndReadsOneReply) {
+  int peer = socket_open("127.0.0.1", testing::free_port(), true);
+  sockaddr_in address{};
+  socklen_t length = sizeof address;
+  getsockname(peer, reinterpret_cast<sockaddr*>(&address), &length);
+  std::string received;
+  std::thread responder([&] {
+    char buffer[4096];
+    sockaddr_in from{};
+    socklen_t from_length = sizeof from;
+    ssize_t got =
+        recvfrom(peer, buffer, sizeof buffer, 0, reinterpret_cast<sockaddr*>(&from), &from_length);
+    received.assign(buffer, got > 0 ? got : 0);
+    sendto(peer, "HTTP/1.1 200 OK\r\n\r\nfine", 23, 0, reinterpret_cast<sockaddr*>(&from),
+           from_length);
+  });
+  int sender = socket_open_any(0, true);
+  std::string body;
+  EXPECT_EQ(http_post_datagram(sender, "h", "/d", "k=v", "127.0.0.1", ntohs(address.sin_port), 2000,
+                               nullptr, &body),
+            23);
+  responder.join();
+  EXPECT_EQ(received, http_request_text("h", "/d", "k=v"));
+  EXPECT_EQ(body, "HTTP/1.1 200 OK\r\n\r\nfine");
+  connection_close(sender);
+  connection_close(peer);
+}
+
+TEST(SkipHeaderLines, StopsAfterTheFirstEmptyLine) {
+  EXPECT_EQ(skip_text_header_lines("A: 1\r\nB: 2\r\n\r\nbody\n\nmore"), "body\n\nmore");
+  EXPECT_EQ(skip_text_header_lines("\nrest"), "rest");
+  EXPECT_EQ(skip_text_header_lines("A: 1\r\nno blank line"), std::nullopt);
+
+  int ends[2];
+  socketpair(AF_UNIX, SOCK_STREAM, 0, ends);
+  testing::write_bytes(ends[1], "H: 1\r\n\r\nbody");
+  skip_header_lines(ends[0]);
+  EXPECT_EQ(testing::read_bytes(ends[0], 4), "body");
+  connection_close(ends[0]);
+  connection_close(ends[1]);
+}
+
+}  // namespace
+}  // namespace quorlin
