@@ -1,0 +1,73 @@
+// Installs this build into a temporary prefix and builds a consumer program outside the tree
+// against it, once through the CMake package and once through pkg-config; each lists the
+// simulator's networks.
+#include <gtest/gtest.h>
+
+#include <sys/wait.h>
+
+#include <fstream>
+#include <sstream>
+#include <string>
+
+#include "tests/simulator/service_simulator.hpp"
+#include "tests/support/peers.hpp"
+
+namespace quorlin {
+namespace {
+
+int run(const std::string& command) {
+  int status = std::system(command.c_str());
+  return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+}
+
+std::string file_text(const std::string& path) {
+  std::stringstream text;
+  text << std::ifstream(path).rdbuf();
+  return text.str();
+}
+
+const char kExpectedListing[] = "1 Friends\n2 Work\n3 Gaming\n";
+
+class InstallTest : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    ASSERT_TRUE(service_.start()) << "port 7000 is taken";
+    ASSERT_EQ(run("cmake --install " QUORLIN_BINARY_DIR " --prefix " + prefix() + " >" +
+                  dir_.file("install.log") + " 2>&1"),
+              0)
+        << file_text(dir_.file("install.log"));
+  }
+  std::string prefix() const { return dir_.file("prefix"); }
+  testing::TempDir dir_;
+  simulator::ServiceSimulator service_;
+};
+
+TEST_F(InstallTest, ConsumerBuildsThroughTheCMakePackage) {
+  const std::string log = dir_.file("cmake.log");
+  ASSERT_EQ(run("cmake -S " QUORLIN_SOURCE_DIR "/tests/consumer -B " + dir_.file("build") +
+                " -G Ninja -DCMAKE_CXX_COMPILER=" QUORLIN_CXX_COMPILER
+                " -DCMAKE_CXX_FLAGS='" QUORLIN_CXX_FLAGS
+                "' -DCMAKE_EXE_LINKER_FLAGS='" QUORLIN_LINKER_FLAGS "' -DCMAKE_PREFIX_PATH=" +
+                prefix() + " >" + log + " 2>&1 && cmake --build " + dir_.file("build") + " >>" +
+                log + " 2>&1"),
+            0)
+      << file_text(log);
+  ASSERT_EQ(run(dir_.file("build/list_networks") + " >" + dir_.file("out")), 0);
+  EXPECT_EQ(file_text(dir_.file("out")), kExpectedListing);
+}
+
+TEST_F(InstallTest, ConsumerBuildsThroughPkgConfig) {
+  const std::string log = dir_.file("pkg-config.log");
+  ASSERT_EQ(
+      run(QUORLIN_CXX_COMPILER " -std=c++20 " QUORLIN_CXX_FLAGS " " QUORLIN_SOURCE_DIR
+                               "/tests/consumer/list_networks.cpp -o " +
+          dir_.file("list_networks") + " " + QUORLIN_LINKER_FLAGS " $(PKG_CONFIG_PATH=" + prefix() +
+          "/" QUORLIN_LIBDIR "/pkgconfig pkg-config --cflags --libs quorlin) >" + log + " 2>&1"),
+      0)
+      << file_text(log);
+  ASSERT_EQ(run(dir_.file("list_networks") + " >" + dir_.file("out")), 0);
+  EXPECT_EQ(file_text(dir_.file("out")), kExpectedListing);
+}
+
+}  // namespace
+}  // namespace quorlin
