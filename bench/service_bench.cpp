@@ -16,7 +16,7 @@
 
 #include "quorlin/client/service.hpp"
 #include "quorlin/records/record_writer.hpp"
-#include "tests/simulator/service_simulator.hpp"
+#include "tools/service_simulator/service_simulator.hpp"
 
 namespace {
 

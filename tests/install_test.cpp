@@ -9,8 +9,8 @@
 #include <sstream>
 #include <string>
 
-#include "tests/simulator/service_simulator.hpp"
 #include "tests/support/peers.hpp"
+#include "tools/service_simulator/service_simulator.hpp"
 
 namespace quorlin {
 namespace {

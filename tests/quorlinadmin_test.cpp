@@ -11,8 +11,8 @@
 
 #include "quorlin/client/form.hpp"
 #include "quorlin/client/service.hpp"
-#include "tests/simulator/service_simulator.hpp"
 #include "tests/support/peers.hpp"
+#include "tools/service_simulator/service_simulator.hpp"
 
 namespace quorlin {
 namespace {
@@ -178,13 +178,7 @@ TEST(QuorlinadminAgainstScriptedService, StopsAtAnEntryThatIsNotANetwork) {
   const std::string reply =
       "<PeerNetworks><PeerNetwork><Id>4</Id><Name>a</Name></PeerNetwork><Foo></Foo>"
       "<PeerNetwork><Id>5</Id></PeerNetwork></PeerNetworks>\n";
-  testing::ScriptedServer service(
-      [&](int descriptor) {
-        int status;
-        read_reply_line(descriptor, status);
-        testing::write_bytes(descriptor, reply);
-      },
-      SERVICE_PORT);
+  testing::ScriptedServer service(testing::answer_one_line(reply), SERVICE_PORT);
   ToolRun list = run_tool("list");
   EXPECT_EQ(list.err,
             "Network id: 4, name: a\nNetwork member count: 0\n"

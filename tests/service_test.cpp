@@ -8,8 +8,8 @@
 #include <vector>
 
 #include "quorlin/client/form.hpp"
-#include "tests/simulator/service_simulator.hpp"
 #include "tests/support/peers.hpp"
+#include "tools/service_simulator/service_simulator.hpp"
 
 namespace quorlin {
 namespace {
@@ -118,13 +118,7 @@ TEST(ServiceReplies, IntegerShapesAndBufferCopies) {
        "999999999999999"},  // cut to the buffer
   };
   for (const auto& c : local_ip_cases) {
-    testing::ScriptedServer service(
-        [&](int descriptor) {
-          int status;
-          read_reply_line(descriptor, status);
-          testing::write_bytes(descriptor, c.reply);
-        },
-        SERVICE_PORT);
+    testing::ScriptedServer service(testing::answer_one_line(c.reply), SERVICE_PORT);
     char buffer[16] = "untouched";
     EXPECT_EQ(get_local_ip(buffer), c.retval) << c.reply;
     EXPECT_STREQ(buffer, c.buffer_after) << c.reply;
@@ -133,12 +127,7 @@ TEST(ServiceReplies, IntegerShapesAndBufferCopies) {
 
 TEST(ServiceReplies, ChatMessageIsCopiedForAnyRetval) {
   testing::ScriptedServer service(
-      [](int descriptor) {
-        int status;
-        read_reply_line(descriptor, status);
-        testing::write_bytes(descriptor, "p2pnet_chat_mesg=late&p2pnet_retval=-7\r\n");
-      },
-      SERVICE_PORT);
+      testing::answer_one_line("p2pnet_chat_mesg=late&p2pnet_retval=-7\r\n"), SERVICE_PORT);
   char buffer[16] = {};
   EXPECT_EQ(receive_chat_message(1, "p", buffer), -7);
   EXPECT_STREQ(buffer, "late");
@@ -146,13 +135,7 @@ TEST(ServiceReplies, ChatMessageIsCopiedForAnyRetval) {
 
 TEST(ServiceReplies, ConnectionInfoWithoutItsSecondLineLeavesTheRecord) {
   for (const char* reply : {"p2pnet_retval=2\r\n", "p2pnet_retval=2\r\n<PeerConnectionInfo>"}) {
-    testing::ScriptedServer service(
-        [&](int descriptor) {
-          int status;
-          read_reply_line(descriptor, status);
-          testing::write_bytes(descriptor, reply);
-        },
-        SERVICE_PORT);
+    testing::ScriptedServer service(testing::answer_one_line(reply), SERVICE_PORT);
     PeerConnectionInfo info{};
     copy_fixed_text(info.peer, "kept");
     EXPECT_EQ(get_connection_info(1, "p", info), 2);
@@ -186,13 +169,7 @@ TEST(ServiceReplies, DeepAndOverlongDocumentsAreReadSafely) {
                          "</Peer><PeerIp>" + std::string(500, '1') +
                          "</PeerIp></PeerConnectionInfo>\n";
   for (const std::string& reply : {deep + "\n", overlong}) {
-    testing::ScriptedServer service(
-        [&](int descriptor) {
-          int status;
-          read_reply_line(descriptor, status);
-          testing::write_bytes(descriptor, reply);
-        },
-        SERVICE_PORT);
+    testing::ScriptedServer service(testing::answer_one_line(reply), SERVICE_PORT);
     if (reply == overlong) {
       PeerConnectionInfo info{};
       EXPECT_EQ(get_connection_info(1, "p", info), 0);

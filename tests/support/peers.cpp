@@ -168,6 +168,15 @@ void write_bytes(int descriptor, std::string_view bytes) {
   }
 }
 
+ScriptedServer::Handler answer_one_line(std::string reply) {
+  return [reply = std::move(reply)](int descriptor) {
+    char byte = 0;
+    while (byte != '\n' && recv(descriptor, &byte, 1, 0) == 1) {
+    }
+    write_bytes(descriptor, reply);
+  };
+}
+
 ScriptedServer::Handler echo_handler() {
   return [](int descriptor) {
     char buffer[4096];

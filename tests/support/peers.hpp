@@ -80,6 +80,9 @@ std::string read_bytes(int descriptor, std::size_t size);
 std::string read_until_blank_line(int descriptor);
 void write_bytes(int descriptor, std::string_view bytes);
 
+// A handler that reads one request line (through its LF) and answers with `reply`.
+ScriptedServer::Handler answer_one_line(std::string reply);
+
 // A server that echoes every connection's bytes back until the peer closes.
 ScriptedServer::Handler echo_handler();
 

@@ -6,8 +6,8 @@
 //
 // Connections are served one at a time in a thread of their own; the state and the request log
 // are locked, so tests may read them while it runs.
-#ifndef QUORLIN_TESTS_SIMULATOR_SERVICE_SIMULATOR_HPP
-#define QUORLIN_TESTS_SIMULATOR_SERVICE_SIMULATOR_HPP
+#ifndef QUORLIN_TOOLS_SERVICE_SIMULATOR_SERVICE_SIMULATOR_HPP
+#define QUORLIN_TOOLS_SERVICE_SIMULATOR_SERVICE_SIMULATOR_HPP
 
 #include <atomic>
 #include <cstddef>
@@ -78,4 +78,4 @@ std::unique_ptr<PeerNetworkList> seed_networks(int generated_networks);
 
 }  // namespace quorlin::simulator
 
-#endif  // QUORLIN_TESTS_SIMULATOR_SERVICE_SIMULATOR_HPP
+#endif  // QUORLIN_TOOLS_SERVICE_SIMULATOR_SERVICE_SIMULATOR_HPP

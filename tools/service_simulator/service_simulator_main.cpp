@@ -5,7 +5,7 @@
 #include <cstring>
 #include <string>
 
-#include "tests/simulator/service_simulator.hpp"
+#include "tools/service_simulator/service_simulator.hpp"
 
 namespace {
 

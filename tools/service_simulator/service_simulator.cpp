@@ -1,5 +1,5 @@
 // The simulator's state machine: one answer per operation code, built with the record writers.
-#include "tests/simulator/service_simulator.hpp"
+#include "tools/service_simulator/service_simulator.hpp"
 
 #include <arpa/inet.h>
 #include <netinet/in.h>
