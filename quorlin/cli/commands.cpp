@@ -54,9 +54,8 @@ class Listing {
   std::string text_;
 };
 
-void list_members(Listing& listing, const PeerNetwork& network) {
-  listing.add("Network member count: %d\n",
-              list_count(const_cast<PeerMemberList&>(network.peer_members)));
+void list_members(Listing& listing, PeerNetwork& network) {
+  listing.add("Network member count: %d\n", list_count(network.peer_members));
   for (auto* node = network.peer_members.first; node != nullptr; node = node->next) {
     const PeerMember& member = *node->item;
     if (node == network.peer_members.first) listing.add("Owner. ");
@@ -83,7 +82,7 @@ void cmd_list(int type) {
       listing.add("quorlinadmin: Incorrect data for peernetwork entry\n");
       return;
     }
-    const PeerNetwork& network = *node->item;
+    PeerNetwork& network = *node->item;
     // The id is printed with %d: its low 32 bits, as the service's own tool prints it.
     listing.add("Network id: %d, name: %s\n", static_cast<int>(network.id),
                 printable(network.name));

@@ -15,7 +15,10 @@
 namespace quorlin {
 namespace {
 
-constexpr std::size_t kPeekBlock = 64 * 1024;
+// A reply line is usually a few dozen bytes, and sometimes a whole document of many megabytes:
+// the peek starts small and doubles, so short lines cost little and long ones few system calls.
+constexpr std::size_t kFirstPeekBlock = 1024;
+constexpr std::size_t kLargestPeekBlock = 1024 * 1024;
 
 std::string_view up_to_nul(std::string_view text) {
   return text.substr(0, std::min(text.find('\0'), text.size()));
@@ -69,12 +72,12 @@ long form_send(Connection connection, std::string_view text) {
 std::string read_line(Connection connection, int timeout_ms, int& status) {
   std::string line;
   status = 0;
-  for (;;) {
+  for (std::size_t block = kFirstPeekBlock;; block = std::min(2 * block, kLargestPeekBlock)) {
     status = wait_readable(connection, timeout_ms);
     if (status != 1) break;
     std::size_t start = line.size();
-    line.resize(start + kPeekBlock);
-    ssize_t peeked = recv(connection, line.data() + start, kPeekBlock, MSG_PEEK);
+    line.resize(start + block);
+    ssize_t peeked = recv(connection, line.data() + start, block, MSG_PEEK);
     if (peeked < 1) {
       line.resize(start);
       status = static_cast<int>(peeked);

@@ -252,16 +252,14 @@ void ServiceSimulator::handle(int connection) {
   std::string reply;
   {
     std::lock_guard hold(lock_);
-    reply = answer(request, document, code);
+    reply = answer(fields, document, code);
   }
   if (misbehaviour == Misbehaviour::kNoFinalLineEnd && reply.ends_with('\n')) reply.pop_back();
   write_all(connection, reply);
 }
 
-std::string ServiceSimulator::answer(const std::string& request, const std::string& document,
+std::string ServiceSimulator::answer(const FormFields& fields, const std::string& document,
                                      int code) {
-  FormFields fields;
-  form_parse(fields, request);
   State& state = *state_;
   const long network_id = field_long(fields, "p2pnet_network");
   const int type = static_cast<int>(field_long(fields, "p2pnet_type"));

@@ -18,6 +18,7 @@
 #include <thread>
 #include <vector>
 
+#include "quorlin/client/form.hpp"
 #include "quorlin/records/records.hpp"
 
 namespace quorlin::simulator {
@@ -63,7 +64,7 @@ class ServiceSimulator {
   struct State;
   void serve();
   void handle(int connection);
-  std::string answer(const std::string& request, const std::string& document, int code);
+  std::string answer(const FormFields& fields, const std::string& document, int code);
 
   SimulatorOptions options_;
   std::unique_ptr<State> state_;
