@@ -29,16 +29,16 @@ bool representable(const XmlNode& root) {
     pending.pop_back();
     if (node.name.ends_with('/')) return false;
     for (auto* entry = quorlin::xml_node_attributes(node).first; entry; entry = entry->next) {
-      if (entry->item->name.find('"') != std::string::npos) return false;
-      if (entry->item->value.find('"') != std::string::npos) return false;
+      if (entry->item.name.find('"') != std::string_view::npos) return false;
+      if (entry->item.value.find('"') != std::string_view::npos) return false;
     }
     std::string content;
     for (auto* child = quorlin::xml_node_children(node).first; child; child = child->next) {
       quorlin::xml_write_node(child->item, content);
       pending.push_back(&child->item);
     }
-    if (node.text) content += *node.text;
-    if (content.find("</" + node.name + ">") != std::string::npos) return false;
+    if (const auto text = quorlin::xml_node_text(node)) content += *text;
+    if (content.find("</" + std::string(node.name) + ">") != std::string::npos) return false;
   }
   return true;
 }

@@ -15,12 +15,16 @@
 // Destroying a List (its destructor) frees the nodes without taking the lock, so the
 // destroying thread must be its last user. std::recursive_mutex's constructor plays the part
 // of recursive_mutex_init.
+//
+// Nodes come from the heap unless the List is given other node storage: a tree that is freed
+// as a whole (an XML document) places its Lists' nodes in its own arena.
 #ifndef QUORLIN_BASE_LIST_HPP
 #define QUORLIN_BASE_LIST_HPP
 
 #include <concepts>
 #include <memory>
 #include <mutex>
+#include <new>
 #include <type_traits>
 #include <utility>
 
@@ -33,25 +37,50 @@ struct ListNode {
   ListNode* next = nullptr;
 };
 
-template <typename T>
+// Node storage: where a List's nodes live. The default takes each node from the heap.
+struct HeapNodes {
+  template <typename Node>
+  void* allocate() {
+    return ::operator new(sizeof(Node));
+  }
+  void deallocate(void* memory) { ::operator delete(memory); }
+};
+
+template <typename T, typename Nodes = HeapNodes>
 struct List {
   using Node = ListNode<T>;
 
   std::recursive_mutex lock;
   Node* first = nullptr;
   Node* last = nullptr;
+  [[no_unique_address]] Nodes nodes;
 
   List() = default;
+  explicit List(Nodes node_storage) : nodes(node_storage) {}
   List(const List&) = delete;
   List& operator=(const List&) = delete;
   ~List() {
     for (Node* node = first; node != nullptr;) {
       Node* next = node->next;
-      delete node;
+      node->~Node();
+      nodes.deallocate(node);
       node = next;
     }
   }
 };
+
+// Builds a node from the List's storage; the storage gets its memory back if the item throws.
+template <typename T, typename Nodes, typename U>
+ListNode<T>* list_new_node(List<T, Nodes>& list, std::type_identity_t<ListNode<T>*> previous,
+                           U&& item, std::type_identity_t<ListNode<T>*> next) {
+  void* memory = list.nodes.template allocate<ListNode<T>>();
+  try {
+    return ::new (memory) ListNode<T>{previous, T(std::forward<U>(item)), next};
+  } catch (...) {
+    list.nodes.deallocate(memory);
+    throw;
+  }
+}
 
 // The identity by which list_find and list_remove compare items: the pointer itself, or the
 // owned pointer of a unique_ptr item.
@@ -74,11 +103,11 @@ std::unique_ptr<List<T>> list_create() {
 }
 
 // Appends at the end in constant time; returns the new node.
-template <typename T, typename U>
+template <typename T, typename Nodes, typename U>
 requires std::constructible_from<T, U&&> ListNode<T>
-*list_append(List<T>& list, U&& item) {
+*list_append(List<T, Nodes>& list, U&& item) {
   std::lock_guard hold(list.lock);
-  auto* node = new ListNode<T>{list.last, T(std::forward<U>(item)), nullptr};
+  ListNode<T>* node = list_new_node(list, list.last, std::forward<U>(item), nullptr);
   if (list.last != nullptr) list.last->next = node;
   list.last = node;
   if (list.first == nullptr) list.first = node;
@@ -88,9 +117,9 @@ requires std::constructible_from<T, U&&> ListNode<T>
 // Inserts so that the new node stands at `position` (0 = front, count = end). A position that
 // is negative or beyond the count inserts nothing and returns null; the item is then left with
 // the caller (a unique_ptr passed with std::move is not consumed).
-template <typename T, typename U>
+template <typename T, typename Nodes, typename U>
 requires std::constructible_from<T, U&&> ListNode<T>
-*list_insert_at(List<T>& list, U&& item, int position) {
+*list_insert_at(List<T, Nodes>& list, U&& item, int position) {
   std::lock_guard hold(list.lock);
   int budget = position > 0 ? position : 0;
   int steps = 0;
@@ -104,7 +133,7 @@ requires std::constructible_from<T, U&&> ListNode<T>
   }
   if (steps != position) return nullptr;
 
-  auto* node = new ListNode<T>{predecessor, T(std::forward<U>(item)), current};
+  ListNode<T>* node = list_new_node(list, predecessor, std::forward<U>(item), current);
   if (predecessor != nullptr) predecessor->next = node;
   if (current != nullptr) current->previous = node;
   if (node->previous == nullptr) list.first = node;
@@ -112,15 +141,15 @@ requires std::constructible_from<T, U&&> ListNode<T>
   return node;
 }
 
-template <typename T, typename U>
+template <typename T, typename Nodes, typename U>
 requires std::constructible_from<T, U&&> ListNode<T>
-*list_prepend(List<T>& list, U&& item) {
+*list_prepend(List<T, Nodes>& list, U&& item) {
   return list_insert_at(list, std::forward<U>(item), 0);
 }
 
 // The first node whose item is `item` (identity, not content), or null.
-template <typename T>
-ListNode<T>* list_find(List<T>& list, std::type_identity_t<ListKey<T>> item) {
+template <typename T, typename Nodes>
+ListNode<T>* list_find(List<T, Nodes>& list, std::type_identity_t<ListKey<T>> item) {
   std::lock_guard hold(list.lock);
   for (ListNode<T>* node = list.first; node != nullptr; node = node->next) {
     if (ListItemIdentity<T>::of(node->item) == item) return node;
@@ -129,26 +158,27 @@ ListNode<T>* list_find(List<T>& list, std::type_identity_t<ListKey<T>> item) {
 }
 
 // Unlinks and frees `node`, which must belong to `list` (not checked).
-template <typename T>
-void list_remove_node(List<T>& list, ListNode<T>* node) {
+template <typename T, typename Nodes>
+void list_remove_node(List<T, Nodes>& list, ListNode<T>* node) {
   std::lock_guard hold(list.lock);
   if (node->previous != nullptr) node->previous->next = node->next;
   if (node->next != nullptr) node->next->previous = node->previous;
   if (list.first == node) list.first = node->next;
   if (list.last == node) list.last = node->previous;
-  delete node;
+  node->~ListNode<T>();
+  list.nodes.deallocate(node);
 }
 
 // Removes the first node holding `item`; an absent item changes nothing.
-template <typename T>
-void list_remove(List<T>& list, std::type_identity_t<ListKey<T>> item) {
+template <typename T, typename Nodes>
+void list_remove(List<T, Nodes>& list, std::type_identity_t<ListKey<T>> item) {
   std::lock_guard hold(list.lock);
   if (ListNode<T>* node = list_find(list, item)) list_remove_node(list, node);
 }
 
 // Removes every node; the List stays usable.
-template <typename T>
-void list_clear(List<T>& list) {
+template <typename T, typename Nodes>
+void list_clear(List<T, Nodes>& list) {
   std::lock_guard hold(list.lock);
   for (ListNode<T>* node = list.first; node != nullptr;) {
     ListNode<T>* next = node->next;
@@ -157,8 +187,8 @@ void list_clear(List<T>& list) {
   }
 }
 
-template <typename T>
-int list_count(List<T>& list) {
+template <typename T, typename Nodes>
+int list_count(List<T, Nodes>& list) {
   std::lock_guard hold(list.lock);
   int count = 0;
   for (ListNode<T>* node = list.first; node != nullptr; node = node->next) ++count;

@@ -29,15 +29,19 @@ auto parse_with(std::string_view text, Read read) -> decltype(read(std::declval<
 
 int xml_text_int(const XmlNode& element) {
   // atoi is strtol narrowed; the narrowing keeps the low bits, as the C library does.
-  return element.text ? static_cast<int>(std::strtol(element.text->c_str(), nullptr, 10)) : -1;
+  return static_cast<int>(xml_text_long(element));
 }
 
 long xml_text_long(const XmlNode& element) {
-  return element.text ? std::strtol(element.text->c_str(), nullptr, 10) : -1;
+  const auto text = xml_node_text(element);
+  if (!text) return -1;
+  const std::string terminated(*text);  // strtol reads up to a NUL
+  return std::strtol(terminated.c_str(), nullptr, 10);
 }
 
 Text xml_text_dup(const XmlNode& element) {
-  return element.text;
+  const auto text = xml_node_text(element);
+  return text ? Text(*text) : std::nullopt;
 }
 
 std::unique_ptr<ServiceState> service_state_from_xml(const XmlNode& element) {
@@ -60,7 +64,7 @@ std::unique_ptr<PeerConnectionInfo> peer_connection_info_from_xml(const XmlNode&
   auto info = peer_connection_info_new();
   auto text_of = [](const XmlNode& child) { return xml_node_text(child); };
   for_each_child(element, [&](const XmlNode& child) {
-    const std::string& name = child.name;
+    const std::string_view name = child.name;
     if (name == "Peer") {
       copy_fixed_text(info->peer, text_of(child));
     } else if (name == "PeerIp") {
@@ -104,7 +108,7 @@ void access_list_read(const XmlNode& element, AccessList& access_list) {
                  [&](const XmlNode& child) { accessor_read(child, access_list.accessors); });
 }
 
-static int share_type_of(const std::string& element_name) {
+static int share_type_of(std::string_view element_name) {
   if (element_name == "FolderShare") return SHARE_TYPE_FOLDER;
   if (element_name == "ConnectionShare") return SHARE_TYPE_CONNECTION;
   return 0;
@@ -169,7 +173,7 @@ std::unique_ptr<PeerMember> peer_member_from_xml(const XmlNode& element, PeerNet
   if (element.name != "PeerMember") return nullptr;
   auto member = peer_member_new(network);
   for_each_child(element, [&](const XmlNode& child) {
-    const std::string& name = child.name;
+    const std::string_view name = child.name;
     if (name == "Peer") {
       member->peer = xml_text_dup(child);
     } else if (name == "Status") {
@@ -200,7 +204,7 @@ std::unique_ptr<PeerNetwork> peer_network_from_xml(const XmlNode& element) {
   if (element.name != "PeerNetwork") return nullptr;
   auto network = peer_network_new();
   for_each_child(element, [&](const XmlNode& child) {
-    const std::string& name = child.name;
+    const std::string_view name = child.name;
     if (name == "Id") {
       network->id = xml_text_long(child);
     } else if (name == "Type") {

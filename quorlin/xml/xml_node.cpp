@@ -1,45 +1,68 @@
 #include "quorlin/xml/xml_node.hpp"
 
+#include <cstring>
+#include <utility>
 #include <vector>
 
 namespace quorlin {
 namespace {
 
-// Leaves `node` childless: children with children of their own move onto `pending`, leaves are
-// freed with the List.
-void take_children(XmlNode& node, std::vector<XmlNode>& pending) {
-  if (!node.children) return;
-  for (XmlChild* child = node.children->first; child != nullptr; child = child->next) {
-    if (child->item.children) pending.push_back(std::move(child->item));
+template <typename T, typename... Args>
+T* make_in(XmlDocument& document, Args&&... args) {
+  return ::new (document.allocate(sizeof(T), alignof(T))) T(std::forward<Args>(args)...);
+}
+
+XmlChildren& children_of(XmlNode& node) {
+  if (node.children == nullptr) {
+    node.children = make_in<XmlChildren>(*node.document, XmlArenaNodes{node.document});
   }
-  node.children.reset();
+  return *node.children;
+}
+
+// Gives `target` copies of the text and attributes of `source`, which may be in another tree.
+void copy_text_and_attributes(const XmlNode& source, XmlNode& target) {
+  xml_node_set_text(target, xml_node_text(source));
+  for (auto* entry = xml_node_attributes(source).first; entry != nullptr; entry = entry->next) {
+    xml_node_add_attribute(target, entry->item.name, entry->item.value);
+  }
 }
 
 }  // namespace
 
+XmlNode::XmlNode(XmlNodeSeed seed)
+    : name(seed.document->copy(seed.name), seed.name.size()), document(seed.document) {}
+
 XmlNode::~XmlNode() {
-  // Each node is destroyed only after its children were moved out, so no destructor recurses.
-  std::vector<XmlNode> pending;
-  take_children(*this, pending);
-  while (!pending.empty()) {
-    XmlNode node = std::move(pending.back());
-    pending.pop_back();
-    take_children(node, pending);
-  }
+  // Only the root owns the document; the nodes inside it are never destroyed one by one.
+  if (document->owner() == this) delete document;
 }
 
 std::unique_ptr<XmlNode> xml_node_new(std::string_view name) {
-  return std::make_unique<XmlNode>(name);
+  auto document = std::make_unique<XmlDocument>(nullptr);
+  auto root = std::make_unique<XmlNode>(XmlNodeSeed{document.get(), name});
+  document.release()->set_owner(root.get());
+  return root;
 }
 
-XmlChild* xml_node_add_child(XmlNode& node, XmlNode&& child) {
-  if (!node.children) node.children = std::make_unique<XmlChildren>();
-  return list_append(*node.children, std::move(child));
+XmlChild* xml_node_add_child(XmlNode& node, std::unique_ptr<XmlNode> child) {
+  XmlChild* copy = list_append(children_of(node), XmlNodeSeed{node.document, child->name});
+  copy_text_and_attributes(*child, copy->item);
+  // Copies the subtree level by level with an explicit stack of (source, copy) pairs.
+  std::vector<std::pair<const XmlNode*, XmlNode*>> pending{{child.get(), &copy->item}};
+  while (!pending.empty()) {
+    auto [source, target] = pending.back();
+    pending.pop_back();
+    for (auto* entry = xml_node_children(*source).first; entry != nullptr; entry = entry->next) {
+      XmlNode& element = xml_add_element(*target, entry->item.name);
+      copy_text_and_attributes(entry->item, element);
+      pending.emplace_back(&entry->item, &element);
+    }
+  }
+  return copy;
 }
 
 XmlNode& xml_add_element(XmlNode& parent, std::string_view name) {
-  if (!parent.children) parent.children = std::make_unique<XmlChildren>();
-  return list_append(*parent.children, name)->item;
+  return list_append(children_of(parent), XmlNodeSeed{parent.document, name})->item;
 }
 
 const XmlChildren& xml_node_children(const XmlNode& node) {
@@ -53,30 +76,39 @@ const XmlAttributes& xml_node_attributes(const XmlNode& node) {
 }
 
 void xml_node_set_text(XmlNode& node, std::optional<std::string_view> text) {
-  if (text) {
-    node.text.emplace(*text);
+  if (!text) {
+    node.text_bytes = nullptr;
+    node.text_size = 0;
+  } else if (node.text_bytes != nullptr && text->size() <= node.text_size) {
+    // Each text's bytes belong to its node alone, so they can be overwritten in place.
+    std::memmove(node.text_bytes, text->data(), text->size());
+    node.text_size = text->size();
   } else {
-    node.text.reset();
+    node.text_bytes = node.document->copy(*text);
+    node.text_size = text->size();
   }
 }
 
 std::optional<std::string_view> xml_node_text(const XmlNode& node) {
-  if (!node.text) return std::nullopt;
-  return std::string_view(*node.text);
+  if (node.text_bytes == nullptr) return std::nullopt;
+  return std::string_view(node.text_bytes, node.text_size);
 }
 
-ListNode<std::unique_ptr<XmlAttribute>>* xml_node_add_attribute(XmlNode& node,
-                                                                std::string_view name,
-                                                                std::string_view value) {
-  if (!node.attribute_set) node.attribute_set = std::make_unique<XmlAttributeSet>();
-  return list_append(node.attribute_set->attributes, std::make_unique<XmlAttribute>(XmlAttribute{
-                                                         std::string(name), std::string(value)}));
+ListNode<XmlAttribute>* xml_node_add_attribute(XmlNode& node, std::string_view name,
+                                               std::string_view value) {
+  if (node.attribute_set == nullptr) {
+    node.attribute_set = make_in<XmlAttributeSet>(*node.document, XmlArenaNodes{node.document});
+  }
+  XmlDocument& document = *node.document;
+  return list_append(
+      node.attribute_set->attributes,
+      XmlAttribute{{document.copy(name), name.size()}, {document.copy(value), value.size()}});
 }
 
 std::optional<std::string_view> xml_node_attribute(const XmlNode& node, std::string_view name) {
   std::optional<std::string_view> found;
   for (auto* entry = xml_node_attributes(node).first; entry != nullptr; entry = entry->next) {
-    if (entry->item->name == name) found = entry->item->value;  // the last match wins
+    if (entry->item.name == name) found = entry->item.value;  // the last match wins
   }
   return found;
 }

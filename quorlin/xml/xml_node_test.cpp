@@ -39,9 +39,12 @@ TEST(XmlNode, NewNodeHasAnEmptyChildListAndChildrenKeepTheirOrder) {
   auto root = xml_node_new("r");
   EXPECT_EQ(xml_node_children(*root).first, nullptr);
   xml_add_element(*root, "x");
-  xml_node_add_child(*root, std::move(*xml_node_new("y")));
+  auto y = xml_node_new("y");
+  xml_node_set_text(xml_add_element(*y, "w"), "1");
+  xml_node_add_attribute(*y, "k", "v");
+  xml_node_add_child(*root, std::move(y));
   xml_add_element(*root, "z");
-  EXPECT_EQ(describe(root.get()), "r(x,y,z)");
+  EXPECT_EQ(describe(root.get()), "r(x,y[k=v](w='1'),z)");
 }
 
 TEST(XmlNode, FreesAMillionLevelsWithoutRecursion) {

@@ -11,11 +11,12 @@ namespace quorlin {
 
 inline std::string describe(const XmlNode* node) {
   if (node == nullptr) return "null";
-  std::string out = node->name;
+  std::string out(node->name);
   if (const XmlAttributes& attributes = xml_node_attributes(*node); attributes.first != nullptr) {
     out += '[';
     for (auto* entry = attributes.first; entry != nullptr; entry = entry->next) {
-      out += entry->item->name + "=" + entry->item->value + (entry->next ? ";" : "");
+      out += std::string(entry->item.name) + "=" + std::string(entry->item.value) +
+             (entry->next ? ";" : "");
     }
     out += ']';
   }
@@ -26,7 +27,7 @@ inline std::string describe(const XmlNode* node) {
     }
     out += ')';
   }
-  if (node->text) out += "='" + *node->text + "'";
+  if (const auto text = xml_node_text(*node)) out += "='" + std::string(*text) + "'";
   return out;
 }
 

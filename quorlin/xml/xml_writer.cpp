@@ -2,6 +2,8 @@
 // that a document of any depth is written without recursion.
 #include "quorlin/xml/xml_writer.hpp"
 
+#include <algorithm>
+#include <climits>
 #include <cstring>
 #include <vector>
 
@@ -33,6 +35,11 @@ void walk(const XmlNode& root, Open open, Close close) {
   }
 }
 
+// The length for "%.*s"; like "%s", the output still ends at the first NUL.
+int printable(std::string_view text) {
+  return static_cast<int>(std::min<std::size_t>(text.size(), INT_MAX));
+}
+
 }  // namespace
 
 char* text_buffer_reserve(TextBuffer& buffer, std::size_t extra) {
@@ -60,15 +67,15 @@ void xml_write_node(const XmlNode& node, std::string& out) {
         out += open.name;
         for (auto* entry = xml_node_attributes(open).first; entry != nullptr; entry = entry->next) {
           out += ' ';
-          out += entry->item->name;
+          out += entry->item.name;
           out += "=\"";
-          out += entry->item->value;
+          out += entry->item.value;
           out += '"';
         }
         out += '>';
       },
       [&out](const XmlNode& close) {
-        if (close.text) out += *close.text;
+        if (const auto text = xml_node_text(close)) out += *text;
         out += "</";
         out += close.name;
         out += '>';
@@ -85,15 +92,19 @@ void xml_node_dump(const XmlNode& node) {
   walk(
       node,
       [](const XmlNode& open) {
-        log_printf("<%s", open.name.c_str());
+        log_printf("<%.*s", printable(open.name), open.name.data());
         for (auto* entry = xml_node_attributes(open).first; entry != nullptr; entry = entry->next) {
-          log_printf(" %s=\"%s\"", entry->item->name.c_str(), entry->item->value.c_str());
+          const XmlAttribute& attribute = entry->item;
+          log_printf(" %.*s=\"%.*s\"", printable(attribute.name), attribute.name.data(),
+                     printable(attribute.value), attribute.value.data());
         }
         log_printf(">\n");
       },
       [](const XmlNode& close) {
-        if (close.text) log_printf("%s", close.text->c_str());
-        log_printf("</%s>\n", close.name.c_str());
+        if (const auto text = xml_node_text(close)) {
+          log_printf("%.*s", printable(*text), text->data());
+        }
+        log_printf("</%.*s>\n", printable(close.name), close.name.data());
       });
 }
 
