@@ -1,6 +1,7 @@
 // Parse, write, parse again, write again: the second writing must equal the first for every
 // tree that the unescaped writer can represent. Trees it cannot (see representable) are only
-// parsed, written and freed. Any crash, leak or undefined behaviour is a finding.
+// parsed, written and freed. Texts of up to 4 KiB must also read exactly as the plain,
+// recursive algorithm reads them. Any crash, leak or undefined behaviour is a finding.
 #include <cstddef>
 #include <cstdint>
 #include <cstdlib>
@@ -9,7 +10,9 @@
 #include <string_view>
 #include <vector>
 
+#include "quorlin/xml/reference_parser_test_support.hpp"
 #include "quorlin/xml/xml_parser.hpp"
+#include "quorlin/xml/xml_test_support.hpp"
 #include "quorlin/xml/xml_writer.hpp"
 
 namespace {
@@ -48,6 +51,10 @@ bool representable(const XmlNode& root) {
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   const std::string text(reinterpret_cast<const char*>(data), size);
   auto tree = quorlin::xml_parse(text);
+  if (size <= 4096 &&
+      quorlin::describe(tree.get()) != quorlin::reference::parse_and_describe(text)) {
+    std::abort();
+  }
   if (!tree) return 0;
   const std::string first = quorlin::xml_to_string(*tree);
   auto again = quorlin::xml_parse(first);

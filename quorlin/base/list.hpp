@@ -102,16 +102,24 @@ std::unique_ptr<List<T>> list_create() {
   return std::make_unique<List<T>>();
 }
 
-// Appends at the end in constant time; returns the new node.
+// Appends at the end without taking the lock, for a List that no other thread can reach yet
+// (one being built before it is handed out); returns the new node.
 template <typename T, typename Nodes, typename U>
 requires std::constructible_from<T, U&&> ListNode<T>
-*list_append(List<T, Nodes>& list, U&& item) {
-  std::lock_guard hold(list.lock);
+*list_append_unlocked(List<T, Nodes>& list, U&& item) {
   ListNode<T>* node = list_new_node(list, list.last, std::forward<U>(item), nullptr);
   if (list.last != nullptr) list.last->next = node;
   list.last = node;
   if (list.first == nullptr) list.first = node;
   return node;
+}
+
+// Appends at the end in constant time; returns the new node.
+template <typename T, typename Nodes, typename U>
+requires std::constructible_from<T, U&&> ListNode<T>
+*list_append(List<T, Nodes>& list, U&& item) {
+  std::lock_guard hold(list.lock);
+  return list_append_unlocked(list, std::forward<U>(item));
 }
 
 // Inserts so that the new node stands at `position` (0 = front, count = end). A position that

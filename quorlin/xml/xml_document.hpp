@@ -38,6 +38,7 @@ class XmlDocument {
 
   // A copy of `bytes` in the arena; never null, even for an empty view.
   char* copy(std::string_view bytes);
+  std::string_view copy_text(std::string_view bytes) { return {copy(bytes), bytes.size()}; }
 
   // The root whose destruction frees this document.
   const XmlNode* owner() const { return owner_; }

@@ -29,8 +29,7 @@ void copy_text_and_attributes(const XmlNode& source, XmlNode& target) {
 
 }  // namespace
 
-XmlNode::XmlNode(XmlNodeSeed seed)
-    : name(seed.document->copy(seed.name), seed.name.size()), document(seed.document) {}
+XmlNode::XmlNode(XmlNodeSeed seed) : name(seed.name), document(seed.document) {}
 
 XmlNode::~XmlNode() {
   // Only the root owns the document; the nodes inside it are never destroyed one by one.
@@ -39,13 +38,14 @@ XmlNode::~XmlNode() {
 
 std::unique_ptr<XmlNode> xml_node_new(std::string_view name) {
   auto document = std::make_unique<XmlDocument>(nullptr);
-  auto root = std::make_unique<XmlNode>(XmlNodeSeed{document.get(), name});
+  auto root = std::make_unique<XmlNode>(XmlNodeSeed{document.get(), document->copy_text(name)});
   document.release()->set_owner(root.get());
   return root;
 }
 
 XmlChild* xml_node_add_child(XmlNode& node, std::unique_ptr<XmlNode> child) {
-  XmlChild* copy = list_append(children_of(node), XmlNodeSeed{node.document, child->name});
+  XmlChild* copy = list_append(children_of(node),
+                               XmlNodeSeed{node.document, node.document->copy_text(child->name)});
   copy_text_and_attributes(*child, copy->item);
   // Copies the subtree level by level with an explicit stack of (source, copy) pairs.
   std::vector<std::pair<const XmlNode*, XmlNode*>> pending{{child.get(), &copy->item}};
@@ -62,7 +62,13 @@ XmlChild* xml_node_add_child(XmlNode& node, std::unique_ptr<XmlNode> child) {
 }
 
 XmlNode& xml_add_element(XmlNode& parent, std::string_view name) {
-  return list_append(children_of(parent), XmlNodeSeed{parent.document, name})->item;
+  XmlDocument& document = *parent.document;
+  return list_append(children_of(parent), XmlNodeSeed{&document, document.copy_text(name)})->item;
+}
+
+XmlNode& xml_add_element_unshared(XmlNode& parent, std::string_view name_in_document) {
+  return list_append_unlocked(children_of(parent), XmlNodeSeed{parent.document, name_in_document})
+      ->item;
 }
 
 const XmlChildren& xml_node_children(const XmlNode& node) {
@@ -100,9 +106,8 @@ ListNode<XmlAttribute>* xml_node_add_attribute(XmlNode& node, std::string_view n
     node.attribute_set = make_in<XmlAttributeSet>(*node.document, XmlArenaNodes{node.document});
   }
   XmlDocument& document = *node.document;
-  return list_append(
-      node.attribute_set->attributes,
-      XmlAttribute{{document.copy(name), name.size()}, {document.copy(value), value.size()}});
+  return list_append(node.attribute_set->attributes,
+                     XmlAttribute{document.copy_text(name), document.copy_text(value)});
 }
 
 std::optional<std::string_view> xml_node_attribute(const XmlNode& node, std::string_view name) {

@@ -44,7 +44,8 @@ struct XmlAttributeSet {
   XmlAttributes attributes;
 };
 
-// What a node is made from: the document it lives in and its name, copied into that document.
+// What a node is made from: the document it lives in and its name, whose bytes already live in
+// that document.
 struct XmlNodeSeed {
   XmlDocument* document;
   std::string_view name;
@@ -73,6 +74,11 @@ XmlChild* xml_node_add_child(XmlNode& node, std::unique_ptr<XmlNode> child);
 
 // Appends a new empty element named `name` to `parent` and returns it.
 XmlNode& xml_add_element(XmlNode& parent, std::string_view name);
+
+// For code that builds a tree no other thread can reach yet (the parser): appends an element
+// whose name already lives in the parent's document, without copying the name and without
+// taking the children List's lock.
+XmlNode& xml_add_element_unshared(XmlNode& parent, std::string_view name_in_document);
 
 // The children in document order; an empty List for a node without any.
 const XmlChildren& xml_node_children(const XmlNode& node);

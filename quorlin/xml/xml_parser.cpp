@@ -1,7 +1,11 @@
 // The parser walks index ranges of one text. Each open range is a Frame on an explicit stack:
 // the node its elements go into, the position reached and the range's end. Finding an
-// element's opening tag appends the element at once and pushes a frame for its content; the
-// frame of the enclosing range goes on after the element's closing tag once that frame ends.
+// element's opening tag appends the element at once; an element that holds only text is
+// completed there, and any other pushes a frame for its content. The frame of the enclosing
+// range goes on after the element's closing tag once that frame ends.
+//
+// The tree keeps one copy of the parsed range, made when the first element is found; names
+// and texts are views of that copy, so each costs no allocation of its own.
 #include "quorlin/xml/xml_parser.hpp"
 
 #include <algorithm>
@@ -13,21 +17,60 @@
 
 #include "quorlin/base/strings.hpp"
 
+#if defined(__SSE2__)
+#include <emmintrin.h>
+#endif
+
 namespace quorlin {
 namespace {
 
-// The first `byte` in text[from, end), or -1. The gaps between delimiters are mostly a few
-// bytes, so a short loop goes first and memchr takes over for long ones.
-inline long find_byte(std::string_view text, char byte, long from, long end) {
+#if defined(__SSE2__)
+// A mask of the 16 bytes at `at` that equal `byte`.
+inline unsigned byte_mask(const char* at, char byte) {
+  const __m128i block = _mm_loadu_si128(reinterpret_cast<const __m128i*>(at));
+  return static_cast<unsigned>(_mm_movemask_epi8(_mm_cmpeq_epi8(block, _mm_set1_epi8(byte))));
+}
+#endif
+
+// The first position in text[from, end) whose byte is `first` or `second`, or -1. Sixteen
+// bytes are compared at once wherever sixteen can be read inside the text.
+inline long find_either(std::string_view text, char first, char second, long from, long end) {
   const char* data = text.data();
-  const long quick_end = std::min(end, from + 16);
-  for (long at = from; at < quick_end; ++at) {
-    if (data[at] == byte) return at;
+#if defined(__SSE2__)
+  const long last_block = static_cast<long>(text.size()) - 16;
+  for (; from < end && from <= last_block; from += 16) {
+    const unsigned hits = byte_mask(data + from, first) | byte_mask(data + from, second);
+    if (hits != 0) {
+      const long at = from + __builtin_ctz(hits);
+      return at < end ? at : -1;
+    }
   }
-  if (quick_end >= end) return -1;
-  const void* found =
-      std::memchr(data + quick_end, byte, static_cast<std::size_t>(end - quick_end));
-  return found == nullptr ? -1 : static_cast<const char*>(found) - data;
+#endif
+  for (; from < end; ++from) {
+    if (data[from] == first || data[from] == second) return from;
+  }
+  return -1;
+}
+
+// The first `byte` in text[from, end), or -1.
+inline long find_byte(std::string_view text, char byte, long from, long end) {
+  return find_either(text, byte, byte, from, end);
+}
+
+// The next "</" at or after `from` in the text, or -1.
+inline long find_closing_start(std::string_view text, long from) {
+  const char* data = text.data();
+  const long length = static_cast<long>(text.size());
+#if defined(__SSE2__)
+  for (; from <= length - 17; from += 16) {
+    const unsigned pairs = byte_mask(data + from, '<') & byte_mask(data + from + 1, '/');
+    if (pairs != 0) return from + __builtin_ctz(pairs);
+  }
+#endif
+  for (; from + 1 < length; ++from) {
+    if (data[from] == '<' && data[from + 1] == '/') return from;
+  }
+  return -1;
 }
 
 // A seeded hash of a tag name, so that a document cannot be written to make names collide.
@@ -44,8 +87,9 @@ std::uint64_t name_hash(std::string_view name) {
     hash ^= hash >> 32;
   }
   std::uint64_t tail = 0;
-  for (std::size_t i = 0; i < left; ++i)
+  for (std::size_t i = 0; i < left; ++i) {
     tail |= std::uint64_t{static_cast<unsigned char>(bytes[i])} << (8 * i);
+  }
   hash = (hash ^ tail) * kMultiplier;
   return hash ^ (hash >> 29);
 }
@@ -54,9 +98,8 @@ std::uint64_t name_hash(std::string_view name) {
 // after it ends `name` (a tag name never holds a ">"), so one pass over the "</" of the text
 // finds them all. That pass is made on the first search, which the parser needs only when a
 // closing tag is not simply the next tag (as it is for every element that holds only text);
-// it chains the closing tags of each name in document order. The parser opens elements in
-// document order, so each name's cursor only moves forward and the whole parse walks each
-// chain once.
+// it lists the closing tags of each name in document order. The parser opens elements in
+// document order, so each name's cursor only moves forward and each list is walked once.
 class ClosingTags {
  public:
   explicit ClosingTags(std::string_view text) : text_(text) {}
@@ -78,50 +121,40 @@ class ClosingTags {
   }
 
  private:
-  struct Tag {
-    long start;  // the "<" of "</name>"
-    long next;   // the next tag of the same name, as an index into tags_, or -1
-  };
-  struct Chain {
+  struct Name {
     std::string_view name;
     std::uint64_t hash;
-    long first;      // the name's first tag, as an index into tags_
-    long last;       // its last tag so far
-    long cursor;     // its first tag at or after last_from, or -1
-    long last_from;  // where the last search for the name began
+    std::vector<long> starts;  // the "<" of each "</name>", in document order
+    std::size_t cursor;        // the first of them at or after last_from
+    long last_from;            // where the last search for the name began
   };
 
   void index() {
     indexed_ = true;
     slots_.assign(64, -1);
     const long length = static_cast<long>(text_.size());
-    for (long p = find_byte(text_, '<', 0, length); p >= 0;
-         p = find_byte(text_, '<', p + 1, length)) {
-      if (p + 1 >= length || text_[p + 1] != '/') continue;
+    for (long p = find_closing_start(text_, 0); p >= 0; p = find_closing_start(text_, p + 1)) {
       const long gt = find_byte(text_, '>', p + 2, length);
       if (gt < 0) break;  // no later "</" has a ">" after it either
-      const long tag = static_cast<long>(tags_.size());
-      tags_.push_back(Tag{p, -1});
       const std::string_view name = text_.substr(p + 2, gt - p - 2);
       const std::uint64_t hash = name_hash(name);
-      if (long* slot = find_slot(name, hash); *slot >= 0) {
-        Chain& chain = chains_[*slot];
-        tags_[chain.last].next = tag;
-        chain.last = tag;
-      } else {
-        *slot = static_cast<long>(chains_.size());
-        chains_.push_back(Chain{name, hash, tag, tag, tag, 0});
-        if (chains_.size() * 2 > slots_.size()) grow();
+      long* slot = find_slot(name, hash);
+      if (*slot < 0) {
+        *slot = static_cast<long>(names_.size());
+        names_.push_back(Name{name, hash, {}, 0, 0});
+        if (names_.size() * 2 > slots_.size()) grow();
+        slot = find_slot(name, hash);
       }
+      names_[*slot].starts.push_back(p);
     }
   }
 
-  // The slot that holds the chain of `name`, or the free slot where it belongs.
+  // The slot that holds the entry of `name`, or the free slot where it belongs.
   long* find_slot(std::string_view name, std::uint64_t hash) {
     const std::size_t mask = slots_.size() - 1;
     for (std::size_t slot = hash & mask;; slot = (slot + 1) & mask) {
-      const long chain = slots_[slot];
-      if (chain < 0 || (chains_[chain].hash == hash && chains_[chain].name == name)) {
+      const long entry = slots_[slot];
+      if (entry < 0 || (names_[entry].hash == hash && names_[entry].name == name)) {
         return &slots_[slot];
       }
     }
@@ -130,31 +163,28 @@ class ClosingTags {
   void grow() {
     slots_.assign(slots_.size() * 2, -1);
     const std::size_t mask = slots_.size() - 1;
-    for (std::size_t chain = 0; chain < chains_.size(); ++chain) {
-      std::size_t slot = chains_[chain].hash & mask;
+    for (std::size_t entry = 0; entry < names_.size(); ++entry) {
+      std::size_t slot = names_[entry].hash & mask;
       while (slots_[slot] >= 0) slot = (slot + 1) & mask;
-      slots_[slot] = static_cast<long>(chain);
+      slots_[slot] = static_cast<long>(entry);
     }
   }
 
   long first_from(std::string_view name, long from) {
-    const long chain_index = *find_slot(name, name_hash(name));
-    if (chain_index < 0) return -1;
-    Chain& chain = chains_[chain_index];
-    // The parser's searches only go forward; one that goes back starts the chain over.
-    if (from < chain.last_from) chain.cursor = chain.first;
-    chain.last_from = from;
-    while (chain.cursor >= 0 && tags_[chain.cursor].start < from) {
-      chain.cursor = tags_[chain.cursor].next;
-    }
-    return chain.cursor >= 0 ? tags_[chain.cursor].start : -1;
+    const long entry = *find_slot(name, name_hash(name));
+    if (entry < 0) return -1;
+    Name& tags = names_[entry];
+    // The parser's searches only go forward; one that goes back starts the list over.
+    if (from < tags.last_from) tags.cursor = 0;
+    tags.last_from = from;
+    while (tags.cursor < tags.starts.size() && tags.starts[tags.cursor] < from) ++tags.cursor;
+    return tags.cursor < tags.starts.size() ? tags.starts[tags.cursor] : -1;
   }
 
   std::string_view text_;
   bool indexed_ = false;
-  std::vector<long> slots_;  // open addressing over chains_, by name hash
-  std::vector<Chain> chains_;
-  std::vector<Tag> tags_;  // every closing tag, in document order
+  std::vector<long> slots_;  // open addressing over names_, by hash
+  std::vector<Name> names_;
 };
 
 struct Frame {
@@ -168,10 +198,12 @@ struct Frame {
 
 class Parser {
  public:
-  explicit Parser(std::string_view text) : text_(text), closing_(text) {}
+  Parser(std::string_view text, XmlNode* parent) : text_(text), closing_(text), parent_(parent) {}
 
-  std::unique_ptr<XmlNode> run(XmlNode* parent, long start, long end) {
-    std::vector<Frame> frames{Frame{parent, parent, start, std::min(end, length())}};
+  std::unique_ptr<XmlNode> run(long start, long end) {
+    start_ = start;
+    std::vector<Frame> frames{Frame{parent_, parent_, start, std::min(end, length())}};
+    end_ = frames.back().end;
     while (!frames.empty()) {
       if (std::optional<Frame> content = next_element(frames.back())) {
         frames.push_back(*content);
@@ -188,23 +220,22 @@ class Parser {
 
   // Reads on in `frame` up to its next element with child elements, which it appends, and
   // returns the frame of that element's content; std::nullopt when the range is done or
-  // cannot go on. Elements without child elements are completed on the way.
+  // cannot go on. Elements that hold only text are completed on the way.
   std::optional<Frame> next_element(Frame& frame) {
     while (frame.position < frame.end) {
-      long lt = frame.position;
+      const long lt = frame.position;
       if (text_[lt] != '<') {
-        lt = find_byte(text_, '<', frame.position, frame.end);
-        if (lt < 0) lt = frame.end;
-        frame.text_start = frame.position;
-        frame.text_end = lt;
-        frame.position = lt;
+        const long next_tag = find_byte(text_, '<', lt, frame.end);
+        frame.text_start = lt;
+        frame.text_end = frame.position = next_tag < 0 ? frame.end : next_tag;
         continue;
       }
-      long gt = lt + 1;  // the name ends at the tag's first blank or ">"
-      while (gt < frame.end && text_[gt] != '>' && text_[gt] != ' ') ++gt;
-      const long space = gt < frame.end && text_[gt] == ' ' ? gt : -1;
-      if (space >= 0) gt = find_byte(text_, '>', space + 1, frame.end);
-      if (gt < 0 || gt >= frame.end) return std::nullopt;
+      // The name ends at the tag's first blank or ">".
+      const long name_end = find_either(text_, ' ', '>', lt + 1, frame.end);
+      if (name_end < 0) return std::nullopt;
+      const long space = text_[name_end] == ' ' ? name_end : -1;
+      const long gt = space < 0 ? name_end : find_byte(text_, '>', space + 1, frame.end);
+      if (gt < 0) return std::nullopt;
       if (lt == 0 && text_[1] == '?') {  // a declaration at the very start
         frame.position = gt + 1;
         continue;
@@ -216,16 +247,15 @@ class Parser {
   }
 
   // Appends the element whose tag is text[lt, gt] and returns the frame of its content, which
-  // is empty when the element has no child elements and is already complete.
+  // is empty when the element holds only text and is already complete.
   std::optional<Frame> open_element(Frame& frame, long lt, long space, long gt) {
-    const long name_end = space >= 0 ? space : gt;
-    const std::string_view name = text_.substr(lt + 1, name_end - lt - 1);
+    const std::string_view name = text_.substr(lt + 1, (space >= 0 ? space : gt) - lt - 1);
     const long closing_size = static_cast<long>(name.size()) + 3;
 
     long attributes_end = gt;
     long content_end = gt;
-    long next = gt + 1;
     long leaf_text_end = -1;
+    long next = gt + 1;
     if (text_[gt - 1] == '/') {
       attributes_end = gt - 1;
     } else {
@@ -243,28 +273,56 @@ class Parser {
       }
     }
 
-    XmlNode* element;
-    if (frame.current != nullptr) {
-      element = &xml_add_element(*frame.current, name);
-    } else {
-      root_ = xml_node_new(name);
-      element = frame.current = root_.get();
-    }
-    if (space >= 0) xml_parse_attributes(*element, text_, space + 1, attributes_end);
+    XmlNode& element = append(frame, name);
+    if (space >= 0) xml_parse_attributes(element, text_, space + 1, attributes_end);
+    if (leaf_text_end > gt + 1) set_text(element, gt + 1, leaf_text_end);
     frame.position = next;
-    if (leaf_text_end > gt + 1)
-      xml_node_set_text(*element, text_.substr(gt + 1, leaf_text_end - gt - 1));
-    return Frame{element, element, gt + 1, content_end};
+    return Frame{&element, &element, gt + 1, content_end};
+  }
+
+  XmlNode& append(Frame& frame, std::string_view name) {
+    if (frame.current == nullptr) {
+      root_ = xml_node_new(name);
+      frame.current = root_.get();
+      copy_text_into(*root_->document);
+      return *root_;
+    }
+    if (copy_ == nullptr) copy_text_into(*frame.current->document);
+    // The caller's parent may be shared; the elements made here are not, until returned.
+    if (frame.current == parent_) return xml_add_element(*parent_, name);
+    return xml_add_element_unshared(*frame.current, in_copy(name));
+  }
+
+  void copy_text_into(XmlDocument& document) {
+    copy_ = document.copy(text_.substr(start_, end_ - start_));
+  }
+
+  // The bytes of `part` of the text in the tree's copy of it.
+  std::string_view in_copy(std::string_view part) const {
+    return {copy_ + (part.data() - text_.data() - start_), part.size()};
+  }
+
+  void set_text(XmlNode& node, long start, long end) {
+    node.text_bytes = copy_ + (start - start_);
+    node.text_size = static_cast<std::size_t>(end - start);
   }
 
   void finish(const Frame& frame) {
     if (frame.parent == nullptr || frame.text_start < 0) return;
-    xml_node_set_text(*frame.parent,
-                      text_.substr(frame.text_start, frame.text_end - frame.text_start));
+    if (frame.parent == parent_) {
+      xml_node_set_text(*parent_,
+                        text_.substr(frame.text_start, frame.text_end - frame.text_start));
+    } else {
+      set_text(*frame.parent, frame.text_start, frame.text_end);
+    }
   }
 
   std::string_view text_;
   ClosingTags closing_;
+  XmlNode* parent_;
+  long start_ = 0;
+  long end_ = 0;
+  char* copy_ = nullptr;  // the tree's copy of text[start_, end_)
   std::unique_ptr<XmlNode> root_;
 };
 
@@ -278,7 +336,9 @@ std::unique_ptr<XmlNode> xml_parse(std::string_view text) {
 std::unique_ptr<XmlNode> xml_parse_element(XmlNode* parent, std::string_view text, long start,
                                            long end) {
   text = c_text(text);
-  return Parser(text).run(parent, std::max(start, 0L), end);
+  start = std::max(start, 0L);
+  if (start >= std::min(end, static_cast<long>(text.size()))) return nullptr;
+  return Parser(text, parent).run(start, end);
 }
 
 void xml_parse_attributes(XmlNode& node, std::string_view text, long start, long end) {

@@ -2,10 +2,12 @@
 
 #include <gtest/gtest.h>
 
+#include <random>
 #include <string>
 #include <utility>
 #include <vector>
 
+#include "quorlin/xml/reference_parser_test_support.hpp"
 #include "quorlin/xml/xml_test_support.hpp"
 #include "quorlin/xml/xml_writer.hpp"
 
@@ -79,6 +81,20 @@ TEST(XmlParse, ElementRangeAppendsToAGivenParent) {
   const std::string text = "ignored<a>1</a>text<b />";
   EXPECT_EQ(xml_parse_element(parent.get(), text, 7, static_cast<long>(text.size())), nullptr);
   EXPECT_EQ(describe(parent.get()), "p(a='1',b)='text'");
+}
+
+// Texts built from the pieces the grammar reacts to, so that tags, closing tags, blanks, quotes
+// and declarations meet in every order; each must read exactly as the plain algorithm reads it.
+TEST(XmlParse, ReadsRandomTextsExactlyAsThePlainAlgorithm) {
+  const std::vector<std::string> pieces = {"<", ">",  "</", "/>",  "a",    "b",  "ab",  " ",
+                                           "=", "\"", "x",  "<a>", "</a>", "<?", "<b ", "\n"};
+  std::mt19937 random(20261122);
+  for (int round = 0; round < 20'000; ++round) {
+    std::string text;
+    const int length = static_cast<int>(random() % 24);
+    for (int i = 0; i < length; ++i) text += pieces[random() % pieces.size()];
+    ASSERT_EQ(describe(xml_parse(text).get()), reference::parse_and_describe(text)) << text;
+  }
 }
 
 // name0 ... nameN-1 nested, each closed in order: distinct names make a real depth of N.

@@ -1,0 +1,134 @@
+// The parser's algorithm as plainly as it can be written: every search runs to the end of the
+// whole text, each element's content is parsed by recursion, and every piece is a fresh copy.
+// It is slow and recursion-deep on purpose; differential tests compare xml_parse with it on
+// small texts, in the picture that describe() draws.
+#ifndef QUORLIN_XML_REFERENCE_PARSER_TEST_SUPPORT_HPP
+#define QUORLIN_XML_REFERENCE_PARSER_TEST_SUPPORT_HPP
+
+#include <optional>
+#include <string>
+#include <utility>
+#include <vector>
+
+namespace quorlin::reference {
+
+struct Node {
+  std::string name;
+  std::vector<std::pair<std::string, std::string>> attributes;
+  std::vector<Node> children;
+  std::optional<std::string> text;
+};
+
+inline long index_of(const std::string& text, const std::string& needle, long start) {
+  if (start >= static_cast<long>(text.size())) return -1;
+  const auto found = text.find(needle, static_cast<std::size_t>(start));
+  return found == std::string::npos ? -1 : static_cast<long>(found);
+}
+
+inline long index_before(const std::string& text, const std::string& needle, long start, long end) {
+  const long found = index_of(text, needle, start);
+  return found < end ? found : -1;
+}
+
+inline void parse_attribute(Node& node, const std::string& text, long start, long end) {
+  const long equals = index_before(text, "=", start, end);
+  if (equals == -1) return;
+  long value_start = equals + 1;
+  if (equals != end - 1 && text[value_start] == '"') ++value_start;
+  const long value_end = text[end - 1] == '"' ? end - 1 : end;
+  std::string value =
+      value_end > value_start ? text.substr(value_start, value_end - value_start) : std::string();
+  node.attributes.emplace_back(text.substr(start, equals - start), std::move(value));
+}
+
+inline void parse_attributes(Node& node, const std::string& text, long start, long end) {
+  for (long position = start; position < end;) {
+    long stop = end;
+    const long open_quote = index_before(text, "\"", position, end);
+    if (open_quote != -1) {
+      const long close_quote = index_before(text, "\"", open_quote + 1, end);
+      if (close_quote != -1) stop = close_quote + 1;
+    }
+    parse_attribute(node, text, position, stop);
+    position = stop + 1;
+  }
+}
+
+// With a parent, elements are appended to it; without one, the first becomes the result.
+inline std::optional<Node> parse_element(Node* parent, const std::string& text, long start,
+                                         long end) {
+  std::optional<Node> root;
+  Node* current = parent;
+  for (long position = start; position < end;) {
+    long lt = index_before(text, "<", position, end);
+    if (lt != position) {
+      if (lt == -1) lt = end;
+      if (parent != nullptr) parent->text = text.substr(position, lt - position);
+      position = lt;
+      continue;
+    }
+    const long gt = index_before(text, ">", position, end);
+    if (gt == -1) break;
+    if (position == 0 && end > 0 && text[1] == '?') {
+      position = gt + 1;
+      continue;
+    }
+    long space = index_before(text, " ", lt, gt);
+    const bool has_attributes = space != -1;
+    if (!has_attributes) space = gt;
+    Node child{text.substr(lt + 1, space - lt - 1), {}, {}, std::nullopt};
+    long attributes_end = gt;
+    long content_end = gt;
+    long next = gt + 1;
+    if (text[gt - 1] == '/') {
+      attributes_end = gt - 1;
+    } else {
+      const long closing = index_before(text, "</" + child.name + ">", lt, end);
+      if (closing == -1) break;
+      content_end = closing;
+      next = closing + static_cast<long>(child.name.size()) + 3;
+    }
+    if (has_attributes) parse_attributes(child, text, space + 1, attributes_end);
+    parse_element(&child, text, gt + 1, content_end);
+    if (current != nullptr) {
+      current->children.push_back(std::move(child));
+    } else {
+      root = std::move(child);
+      current = &*root;
+    }
+    position = next;
+  }
+  return root;
+}
+
+inline std::string describe(const Node& node) {
+  std::string out = node.name;
+  if (!node.attributes.empty()) {
+    out += '[';
+    for (std::size_t i = 0; i < node.attributes.size(); ++i) {
+      out += node.attributes[i].first + "=" + node.attributes[i].second;
+      out += i + 1 < node.attributes.size() ? ";" : "";
+    }
+    out += ']';
+  }
+  if (!node.children.empty()) {
+    out += '(';
+    for (std::size_t i = 0; i < node.children.size(); ++i) {
+      out += describe(node.children[i]) + (i + 1 < node.children.size() ? "," : "");
+    }
+    out += ')';
+  }
+  if (node.text) out += "='" + *node.text + "'";
+  return out;
+}
+
+// The picture of the tree that the plain algorithm reads from `text` (up to its first NUL).
+inline std::string parse_and_describe(std::string text) {
+  text = text.substr(0, text.find('\0'));
+  const std::optional<Node> root = parse_element(nullptr, text, 0, static_cast<long>(text.size()));
+  return root ? describe(*root) : "null";
+}
+
+}  // namespace quorlin::reference
+
+#endif  // QUORLIN_XML_REFERENCE_PARSER_TEST_SUPPORT_HPP
