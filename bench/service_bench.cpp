@@ -1,6 +1,7 @@
 // The tool against the service simulator: `quorlinadmin list` of a 16 MB network list beside
 // `xmllint --noout` parsing the same document from a file, and a loop of get_local_ip
-// operations. The simulator runs in this process on port 7000.
+// operations beside plain sockets and beside a minimal server. The simulator runs in this
+// process on port 7000.
 #include <arpa/inet.h>
 #include <benchmark/benchmark.h>
 #include <netinet/in.h>
@@ -13,6 +14,7 @@
 #include <cstdlib>
 #include <fstream>
 #include <string>
+#include <thread>
 
 #include "quorlin/client/service.hpp"
 #include "quorlin/records/record_writer.hpp"
@@ -98,6 +100,43 @@ void BM_PlainSocketGetLocalIp(benchmark::State& state) {
   state.SetItemsProcessed(state.iterations());
 }
 
+// The floor of the machine itself: a minimal server (blocking accept, one recv, one send,
+// close) on another port, and the same plain-socket client; no client can beat this loop.
+void BM_MinimalServerRoundTrip(benchmark::State& state) {
+  const int listener = socket(AF_INET, SOCK_STREAM, 0);
+  sockaddr_in address{};
+  address.sin_family = AF_INET;
+  address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+  socklen_t length = sizeof address;
+  if (bind(listener, reinterpret_cast<sockaddr*>(&address), sizeof address) != 0 ||
+      listen(listener, 64) != 0 ||
+      getsockname(listener, reinterpret_cast<sockaddr*>(&address), &length) != 0) {
+    state.SkipWithError("no listener");
+    return;
+  }
+  std::thread server([listener] {
+    static constexpr char kReply[] = "p2pnet_retval=0&p2pnet_local_ip=127.0.0.1\r\n";
+    char request[256];
+    for (int connection; (connection = accept(listener, nullptr, nullptr)) >= 0;
+         close(connection)) {
+      if (recv(connection, request, sizeof request, 0) > 0)
+        send(connection, kReply, sizeof kReply - 1, 0);
+    }
+  });
+  char reply[256];
+  for (auto _ : state) {
+    const int descriptor = socket(AF_INET, SOCK_STREAM, 0);
+    connect(descriptor, reinterpret_cast<sockaddr*>(&address), sizeof address);
+    send(descriptor, "p2pnet_command=9\r\n", 18, 0);
+    recv(descriptor, reply, sizeof reply, 0);
+    close(descriptor);
+  }
+  shutdown(listener, SHUT_RDWR);  // wakes the blocked accept
+  close(listener);
+  server.join();
+  state.SetItemsProcessed(state.iterations());
+}
+
 BENCHMARK(BM_XmllintNoout16MB)->Unit(benchmark::kMillisecond)->Repetitions(3);
 BENCHMARK(BM_QuorlinadminList16MB)->Unit(benchmark::kMillisecond)->Repetitions(3);
 BENCHMARK(BM_PlainSocketGetLocalIp)
@@ -105,6 +144,10 @@ BENCHMARK(BM_PlainSocketGetLocalIp)
     ->UseRealTime()
     ->Unit(benchmark::kMicrosecond);
 BENCHMARK(BM_GetLocalIp)->Iterations(10'000)->UseRealTime()->Unit(benchmark::kMicrosecond);
+BENCHMARK(BM_MinimalServerRoundTrip)
+    ->Iterations(10'000)
+    ->UseRealTime()
+    ->Unit(benchmark::kMicrosecond);
 
 }  // namespace
 
