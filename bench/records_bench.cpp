@@ -3,6 +3,7 @@
 
 #include <string>
 
+#include "bench/bench_main.hpp"
 #include "bench/network_documents.hpp"
 #include "quorlin/records/record_reader.hpp"
 #include "quorlin/xml/xml_parser.hpp"
@@ -30,4 +31,6 @@ BENCHMARK(BM_PeerNetworkListParse16MB)->Unit(benchmark::kMillisecond);
 
 }  // namespace
 
-BENCHMARK_MAIN();
+int main(int argc, char** argv) {
+  return quorlin::bench::run_benchmarks(argc, argv);
+}

@@ -4,14 +4,12 @@
 #include <libxml/parser.h>
 #include <tinyxml2.h>
 
-#include <malloc.h>
-
-#include <algorithm>
 #include <map>
 #include <pugixml.hpp>
 #include <string>
 #include <string_view>
 
+#include "bench/bench_main.hpp"
 #include "bench/network_documents.hpp"
 #include "quorlin/xml/xml_parser.hpp"
 #include "quorlin/xml/xml_writer.hpp"
@@ -132,23 +130,6 @@ BENCHMARK(BM_xml_to_string)->Apply(all_documents);
 
 }  // namespace
 
-// Freed memory stays with the process, for every library alike: on this VM the first touch of
-// a page the process gave back costs several times more from one run to the next, and that
-// cost would otherwise swamp the parsers' own differences. --keep-freed-memory=0 measures
-// with the allocator's defaults.
 int main(int argc, char** argv) {
-  const auto last = std::remove_if(argv + 1, argv + argc, [](const char* argument) {
-    return std::string_view(argument) == "--keep-freed-memory=0";
-  });
-  const bool keep_freed_memory = last == argv + argc;
-  argc = static_cast<int>(last - argv);
-  if (keep_freed_memory) {
-    mallopt(M_MMAP_THRESHOLD, 32 << 20);
-    mallopt(M_TRIM_THRESHOLD, 1 << 30);
-  }
-  benchmark::Initialize(&argc, argv);
-  if (benchmark::ReportUnrecognizedArguments(argc, argv)) return 1;
-  benchmark::RunSpecifiedBenchmarks();
-  benchmark::Shutdown();
-  return 0;
+  return quorlin::bench::run_benchmarks(argc, argv);
 }

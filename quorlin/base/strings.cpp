@@ -1,5 +1,7 @@
 #include "quorlin/base/strings.hpp"
 
+#include <climits>
+
 #include <algorithm>
 #include <cstdio>
 #include <cstring>
@@ -120,6 +122,27 @@ std::vector<std::uint8_t> hex_decode(std::string_view text) {
     bytes[i] = static_cast<std::uint8_t>(hex_value(text[2 * i]) * 16 + hex_value(text[2 * i + 1]));
   }
   return bytes;
+}
+
+long decimal_prefix(std::string_view text) {
+  text = c_text(text);
+  std::size_t at = 0;
+  while (at < text.size() && (text[at] == ' ' || (text[at] >= '\t' && text[at] <= '\r'))) ++at;
+  const bool negative = at < text.size() && text[at] == '-';
+  if (at < text.size() && (text[at] == '-' || text[at] == '+')) ++at;
+  // Accumulates towards the sign's side, so that LONG_MIN itself is reached without overflow.
+  long value = 0;
+  for (; at < text.size() && text[at] >= '0' && text[at] <= '9'; ++at) {
+    const int digit = text[at] - '0';
+    if (negative) {
+      if (value < (LONG_MIN + digit) / 10) return LONG_MIN;
+      value = value * 10 - digit;
+    } else {
+      if (value > (LONG_MAX - digit) / 10) return LONG_MAX;
+      value = value * 10 + digit;
+    }
+  }
+  return value;
 }
 
 }  // namespace quorlin

@@ -56,6 +56,11 @@ bool str_has_at(std::string_view text, std::string_view prefix, std::size_t offs
 // needle is found at the start when n is above 0.
 const char* str_find_bounded(const char* haystack, std::string_view needle, std::size_t n);
 
+// What strtol(text, nullptr, 10) gives for `text` read as a C string (it ends at a NUL):
+// leading blanks, one sign, then decimal digits; LONG_MIN or LONG_MAX when the value does not
+// fit; 0 without digits. No copy and no terminator are needed.
+long decimal_prefix(std::string_view text);
+
 // The lower-case digit of 0..15; "0" for anything above.
 char hex_digit(unsigned value);
 

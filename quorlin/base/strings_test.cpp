@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <climits>
+#include <cstdlib>
 #include <string>
 #include <vector>
 
@@ -10,6 +11,37 @@ namespace quorlin {
 namespace {
 
 using namespace std::string_literals;
+
+TEST(DecimalPrefix, ReadsAsStrtolDoes) {
+  const std::vector<std::string> texts = {
+      "0",
+      "12",
+      "-12",
+      "+7",
+      "12x",
+      "abc",
+      "",
+      " \t\n\v\f\r42",
+      "- 1",
+      "--1",
+      "+-1",
+      "0x1f",
+      "9223372036854775807",
+      "9223372036854775808",
+      "-9223372036854775808",
+      "-9223372036854775809",
+      "99999999999999999999999",
+      "-00000000000000000000001",
+      "4\0"
+      "2"s,
+      "1e5",
+      "\xa0"
+      "5",
+  };
+  for (const std::string& text : texts) {
+    EXPECT_EQ(decimal_prefix(text), std::strtol(text.c_str(), nullptr, 10)) << text;
+  }
+}
 
 TEST(StrFindBounded, OnePassWithoutRetryingTheBreakingByte) {
   struct Case {

@@ -4,6 +4,7 @@
 
 #include <cstdlib>
 
+#include "quorlin/base/strings.hpp"
 #include "quorlin/xml/xml_parser.hpp"
 
 namespace quorlin {
@@ -34,9 +35,7 @@ int xml_text_int(const XmlNode& element) {
 
 long xml_text_long(const XmlNode& element) {
   const auto text = xml_node_text(element);
-  if (!text) return -1;
-  const std::string terminated(*text);  // strtol reads up to a NUL
-  return std::strtol(terminated.c_str(), nullptr, 10);
+  return text ? decimal_prefix(*text) : -1;
 }
 
 Text xml_text_dup(const XmlNode& element) {
