@@ -73,6 +73,23 @@ inline long find_closing_start(std::string_view text, long from) {
   return -1;
 }
 
+// Whether two views hold the same bytes; tag names are short, so this stays inline.
+inline bool same_bytes(std::string_view a, std::string_view b) {
+  if (a.size() != b.size()) return false;
+  std::size_t at = 0;
+  for (; at + 8 <= a.size(); at += 8) {
+    std::uint64_t left;
+    std::uint64_t right;
+    std::memcpy(&left, a.data() + at, 8);
+    std::memcpy(&right, b.data() + at, 8);
+    if (left != right) return false;
+  }
+  for (; at < a.size(); ++at) {
+    if (a[at] != b[at]) return false;
+  }
+  return true;
+}
+
 // A seeded hash of a tag name, so that a document cannot be written to make names collide.
 std::uint64_t name_hash(std::string_view name) {
   static const std::uint64_t seed = std::random_device{}() | 1;
@@ -102,7 +119,9 @@ std::uint64_t name_hash(std::string_view name) {
 // document order, so each name's cursor only moves forward and each list is walked once.
 class ClosingTags {
  public:
-  explicit ClosingTags(std::string_view text) : text_(text) {}
+  explicit ClosingTags(std::string_view text) : text_(text) {
+    std::fill(std::begin(recent_), std::end(recent_), -1L);
+  }
 
   // The first "</name>" beginning in [from, end); -1 when there is none.
   long find(std::string_view name, long from, long end) {
@@ -117,7 +136,7 @@ class ClosingTags {
     if (static_cast<std::size_t>(at) + size > text_.size()) return false;
     const char* tag = text_.data() + at;
     return tag[0] == '<' && tag[1] == '/' && tag[size - 1] == '>' &&
-           std::string_view(tag + 2, name.size()) == name;
+           same_bytes(std::string_view(tag + 2, name.size()), name);
   }
 
  private:
@@ -137,16 +156,29 @@ class ClosingTags {
       const long gt = find_byte(text_, '>', p + 2, length);
       if (gt < 0) break;  // no later "</" has a ">" after it either
       const std::string_view name = text_.substr(p + 2, gt - p - 2);
-      const std::uint64_t hash = name_hash(name);
-      long* slot = find_slot(name, hash);
-      if (*slot < 0) {
-        *slot = static_cast<long>(names_.size());
-        names_.push_back(Name{name, hash, {}, 0, 0});
-        if (names_.size() * 2 > slots_.size()) grow();
-        slot = find_slot(name, hash);
-      }
-      names_[*slot].starts.push_back(p);
+      names_[entry_of(name)].starts.push_back(p);
     }
+  }
+
+  // The entry of `name` in names_, made if it is new. Documents repeat a few names many times,
+  // so a small table keyed by length and outer bytes answers most lookups without hashing.
+  long entry_of(std::string_view name) {
+    const std::size_t key = name.empty()
+                                ? 0
+                                : (name.size() * 8 + static_cast<unsigned char>(name.front()) * 3 +
+                                   static_cast<unsigned char>(name.back())) %
+                                      std::size(recent_);
+    long& recent = recent_[key];
+    if (recent >= 0 && same_bytes(names_[recent].name, name)) return recent;
+    const std::uint64_t hash = name_hash(name);
+    long* slot = find_slot(name, hash);
+    if (*slot < 0) {
+      *slot = static_cast<long>(names_.size());
+      names_.push_back(Name{name, hash, {}, 0, 0});
+      if (names_.size() * 2 > slots_.size()) grow();
+      slot = find_slot(name, hash);
+    }
+    return recent = *slot;
   }
 
   // The slot that holds the entry of `name`, or the free slot where it belongs.
@@ -154,7 +186,7 @@ class ClosingTags {
     const std::size_t mask = slots_.size() - 1;
     for (std::size_t slot = hash & mask;; slot = (slot + 1) & mask) {
       const long entry = slots_[slot];
-      if (entry < 0 || (names_[entry].hash == hash && names_[entry].name == name)) {
+      if (entry < 0 || (names_[entry].hash == hash && same_bytes(names_[entry].name, name))) {
         return &slots_[slot];
       }
     }
@@ -185,6 +217,7 @@ class ClosingTags {
   bool indexed_ = false;
   std::vector<long> slots_;  // open addressing over names_, by hash
   std::vector<Name> names_;
+  long recent_[251];  // entries of names_ by a cheap key, -1 when none
 };
 
 struct Frame {

@@ -12,9 +12,11 @@
 //   - attributes are split at double quotes, skipping one byte between them.
 // Malformed input ends the parse of the range it is in; what was built so far stays.
 //
-// The parse runs in time linear in the document (plus a logarithmic factor for closing tags):
-// every search is bounded by its range, closing tags come from an index of all "</...>" built
-// in one pass, and nesting is followed with an explicit stack, so depth costs no stack.
+// The parse runs in time linear in the document: every search is bounded by its range, an
+// element that holds only text is closed by the tag right after it, other closing tags come
+// from an index of all "</...>" built in one pass and walked forward once, and nesting is
+// followed with an explicit stack, so depth costs no stack. The tree keeps one copy of the
+// parsed range, and its names and texts are views of that copy.
 #ifndef QUORLIN_XML_XML_PARSER_HPP
 #define QUORLIN_XML_XML_PARSER_HPP
 
