@@ -9,216 +9,15 @@
 #include "quorlin/xml/xml_parser.hpp"
 
 #include <algorithm>
-#include <cstdint>
-#include <cstring>
 #include <optional>
-#include <random>
 #include <vector>
 
 #include "quorlin/base/strings.hpp"
-
-#if defined(__SSE2__)
-#include <emmintrin.h>
-#endif
+#include "quorlin/xml/xml_closing_tags.hpp"
+#include "quorlin/xml/xml_scan.hpp"
 
 namespace quorlin {
 namespace {
-
-#if defined(__SSE2__)
-// A mask of the 16 bytes at `at` that equal `byte`.
-inline unsigned byte_mask(const char* at, char byte) {
-  const __m128i block = _mm_loadu_si128(reinterpret_cast<const __m128i*>(at));
-  return static_cast<unsigned>(_mm_movemask_epi8(_mm_cmpeq_epi8(block, _mm_set1_epi8(byte))));
-}
-#endif
-
-// The first position in text[from, end) whose byte is `first` or `second`, or -1. Sixteen
-// bytes are compared at once wherever sixteen can be read inside the text.
-inline long find_either(std::string_view text, char first, char second, long from, long end) {
-  const char* data = text.data();
-#if defined(__SSE2__)
-  const long last_block = static_cast<long>(text.size()) - 16;
-  for (; from < end && from <= last_block; from += 16) {
-    const unsigned hits = byte_mask(data + from, first) | byte_mask(data + from, second);
-    if (hits != 0) {
-      const long at = from + __builtin_ctz(hits);
-      return at < end ? at : -1;
-    }
-  }
-#endif
-  for (; from < end; ++from) {
-    if (data[from] == first || data[from] == second) return from;
-  }
-  return -1;
-}
-
-// The first `byte` in text[from, end), or -1.
-inline long find_byte(std::string_view text, char byte, long from, long end) {
-  return find_either(text, byte, byte, from, end);
-}
-
-// The next "</" at or after `from` in the text, or -1.
-inline long find_closing_start(std::string_view text, long from) {
-  const char* data = text.data();
-  const long length = static_cast<long>(text.size());
-#if defined(__SSE2__)
-  for (; from <= length - 17; from += 16) {
-    const unsigned pairs = byte_mask(data + from, '<') & byte_mask(data + from + 1, '/');
-    if (pairs != 0) return from + __builtin_ctz(pairs);
-  }
-#endif
-  for (; from + 1 < length; ++from) {
-    if (data[from] == '<' && data[from + 1] == '/') return from;
-  }
-  return -1;
-}
-
-// Whether two views hold the same bytes; tag names are short, so this stays inline.
-inline bool same_bytes(std::string_view a, std::string_view b) {
-  if (a.size() != b.size()) return false;
-  std::size_t at = 0;
-  for (; at + 8 <= a.size(); at += 8) {
-    std::uint64_t left;
-    std::uint64_t right;
-    std::memcpy(&left, a.data() + at, 8);
-    std::memcpy(&right, b.data() + at, 8);
-    if (left != right) return false;
-  }
-  for (; at < a.size(); ++at) {
-    if (a[at] != b[at]) return false;
-  }
-  return true;
-}
-
-// A seeded hash of a tag name, so that a document cannot be written to make names collide.
-std::uint64_t name_hash(std::string_view name) {
-  static const std::uint64_t seed = std::random_device{}() | 1;
-  constexpr std::uint64_t kMultiplier = 0xFF51AFD7ED558CCDull;
-  std::uint64_t hash = seed ^ name.size();
-  const char* bytes = name.data();
-  std::size_t left = name.size();
-  for (; left >= 8; bytes += 8, left -= 8) {
-    std::uint64_t word;
-    std::memcpy(&word, bytes, 8);
-    hash = (hash ^ word) * kMultiplier;
-    hash ^= hash >> 32;
-  }
-  std::uint64_t tail = 0;
-  for (std::size_t i = 0; i < left; ++i) {
-    tail |= std::uint64_t{static_cast<unsigned char>(bytes[i])} << (8 * i);
-  }
-  hash = (hash ^ tail) * kMultiplier;
-  return hash ^ (hash >> 29);
-}
-
-// Finds closing tags. "</name>" begins at p exactly when "</" stands at p and the first ">"
-// after it ends `name` (a tag name never holds a ">"), so one pass over the "</" of the text
-// finds them all. That pass is made on the first search, which the parser needs only when a
-// closing tag is not simply the next tag (as it is for every element that holds only text);
-// it lists the closing tags of each name in document order. The parser opens elements in
-// document order, so each name's cursor only moves forward and each list is walked once.
-class ClosingTags {
- public:
-  explicit ClosingTags(std::string_view text) : text_(text) {
-    std::fill(std::begin(recent_), std::end(recent_), -1L);
-  }
-
-  // The first "</name>" beginning in [from, end); -1 when there is none.
-  long find(std::string_view name, long from, long end) {
-    if (!indexed_) index();
-    const long found = first_from(name, from);
-    return found >= 0 && found < end ? found : -1;
-  }
-
-  // Whether "</name>" begins at `at`; it may run past the range being parsed.
-  bool closes(long at, std::string_view name) const {
-    const std::size_t size = name.size() + 3;
-    if (static_cast<std::size_t>(at) + size > text_.size()) return false;
-    const char* tag = text_.data() + at;
-    return tag[0] == '<' && tag[1] == '/' && tag[size - 1] == '>' &&
-           same_bytes(std::string_view(tag + 2, name.size()), name);
-  }
-
- private:
-  struct Name {
-    std::string_view name;
-    std::uint64_t hash;
-    std::vector<long> starts;  // the "<" of each "</name>", in document order
-    std::size_t cursor;        // the first of them at or after last_from
-    long last_from;            // where the last search for the name began
-  };
-
-  void index() {
-    indexed_ = true;
-    slots_.assign(64, -1);
-    const long length = static_cast<long>(text_.size());
-    for (long p = find_closing_start(text_, 0); p >= 0; p = find_closing_start(text_, p + 1)) {
-      const long gt = find_byte(text_, '>', p + 2, length);
-      if (gt < 0) break;  // no later "</" has a ">" after it either
-      const std::string_view name = text_.substr(p + 2, gt - p - 2);
-      names_[entry_of(name)].starts.push_back(p);
-    }
-  }
-
-  // The entry of `name` in names_, made if it is new. Documents repeat a few names many times,
-  // so a small table keyed by length and outer bytes answers most lookups without hashing.
-  long entry_of(std::string_view name) {
-    const std::size_t key = name.empty()
-                                ? 0
-                                : (name.size() * 8 + static_cast<unsigned char>(name.front()) * 3 +
-                                   static_cast<unsigned char>(name.back())) %
-                                      std::size(recent_);
-    long& recent = recent_[key];
-    if (recent >= 0 && same_bytes(names_[recent].name, name)) return recent;
-    const std::uint64_t hash = name_hash(name);
-    long* slot = find_slot(name, hash);
-    if (*slot < 0) {
-      *slot = static_cast<long>(names_.size());
-      names_.push_back(Name{name, hash, {}, 0, 0});
-      if (names_.size() * 2 > slots_.size()) grow();
-      slot = find_slot(name, hash);
-    }
-    return recent = *slot;
-  }
-
-  // The slot that holds the entry of `name`, or the free slot where it belongs.
-  long* find_slot(std::string_view name, std::uint64_t hash) {
-    const std::size_t mask = slots_.size() - 1;
-    for (std::size_t slot = hash & mask;; slot = (slot + 1) & mask) {
-      const long entry = slots_[slot];
-      if (entry < 0 || (names_[entry].hash == hash && same_bytes(names_[entry].name, name))) {
-        return &slots_[slot];
-      }
-    }
-  }
-
-  void grow() {
-    slots_.assign(slots_.size() * 2, -1);
-    const std::size_t mask = slots_.size() - 1;
-    for (std::size_t entry = 0; entry < names_.size(); ++entry) {
-      std::size_t slot = names_[entry].hash & mask;
-      while (slots_[slot] >= 0) slot = (slot + 1) & mask;
-      slots_[slot] = static_cast<long>(entry);
-    }
-  }
-
-  long first_from(std::string_view name, long from) {
-    const long entry = *find_slot(name, name_hash(name));
-    if (entry < 0) return -1;
-    Name& tags = names_[entry];
-    // The parser's searches only go forward; one that goes back starts the list over.
-    if (from < tags.last_from) tags.cursor = 0;
-    tags.last_from = from;
-    while (tags.cursor < tags.starts.size() && tags.starts[tags.cursor] < from) ++tags.cursor;
-    return tags.cursor < tags.starts.size() ? tags.starts[tags.cursor] : -1;
-  }
-
-  std::string_view text_;
-  bool indexed_ = false;
-  std::vector<long> slots_;  // open addressing over names_, by hash
-  std::vector<Name> names_;
-  long recent_[251];  // entries of names_ by a cheap key, -1 when none
-};
 
 struct Frame {
   XmlNode* parent;   // receives the range's text; null at the top level, where text is dropped
@@ -258,16 +57,16 @@ class Parser {
     while (frame.position < frame.end) {
       const long lt = frame.position;
       if (text_[lt] != '<') {
-        const long next_tag = find_byte(text_, '<', lt, frame.end);
+        const long next_tag = scan::find_byte(text_, '<', lt, frame.end);
         frame.text_start = lt;
         frame.text_end = frame.position = next_tag < 0 ? frame.end : next_tag;
         continue;
       }
       // The name ends at the tag's first blank or ">".
-      const long name_end = find_either(text_, ' ', '>', lt + 1, frame.end);
+      const long name_end = scan::find_either(text_, ' ', '>', lt + 1, frame.end);
       if (name_end < 0) return std::nullopt;
       const long space = text_[name_end] == ' ' ? name_end : -1;
-      const long gt = space < 0 ? name_end : find_byte(text_, '>', space + 1, frame.end);
+      const long gt = space < 0 ? name_end : scan::find_byte(text_, '>', space + 1, frame.end);
       if (gt < 0) return std::nullopt;
       if (lt == 0 && text_[1] == '?') {  // a declaration at the very start
         frame.position = gt + 1;
@@ -294,7 +93,7 @@ class Parser {
     } else {
       // Most elements hold only text: the next tag after the opening tag is their closing tag,
       // which is then the first one (it cannot begin at the opening "<" unless it is "</").
-      const long next_tag = find_byte(text_, '<', lt + 1, frame.end);
+      const long next_tag = scan::find_byte(text_, '<', lt + 1, frame.end);
       if (next_tag > gt && text_[lt + 1] != '/' && closing_.closes(next_tag, name)) {
         leaf_text_end = next_tag;
         next = next_tag + closing_size;
@@ -378,9 +177,9 @@ void xml_parse_attributes(XmlNode& node, std::string_view text, long start, long
   end = std::min(end, static_cast<long>(text.size()));
   for (long position = std::max(start, 0L); position < end;) {
     long stop = end;
-    const long open_quote = find_byte(text, '"', position, end);
+    const long open_quote = scan::find_byte(text, '"', position, end);
     if (open_quote >= 0) {
-      const long close_quote = find_byte(text, '"', open_quote + 1, end);
+      const long close_quote = scan::find_byte(text, '"', open_quote + 1, end);
       if (close_quote >= 0) stop = close_quote + 1;
     }
     xml_parse_attribute(node, text, position, stop);
@@ -389,7 +188,7 @@ void xml_parse_attributes(XmlNode& node, std::string_view text, long start, long
 }
 
 void xml_parse_attribute(XmlNode& node, std::string_view text, long start, long end) {
-  const long equals = find_byte(text, '=', start, end);
+  const long equals = scan::find_byte(text, '=', start, end);
   if (equals < 0) return;
   long value_start = equals + 1;
   if (equals != end - 1 && text[value_start] == '"') ++value_start;

@@ -1,0 +1,85 @@
+// Byte searches for the XML parser. Sixteen bytes are compared at once (SSE2) wherever sixteen
+// can be read inside the text; nothing is read outside it. Each search returns a position in
+// the text, or -1 when the bytes are not there.
+#ifndef QUORLIN_XML_XML_SCAN_HPP
+#define QUORLIN_XML_XML_SCAN_HPP
+
+#include <cstdint>
+#include <cstring>
+#include <string_view>
+
+#if defined(__SSE2__)
+#include <emmintrin.h>
+#endif
+
+namespace quorlin::scan {
+
+#if defined(__SSE2__)
+// A mask of the 16 bytes at `at` that equal `byte`.
+inline unsigned byte_mask(const char* at, char byte) {
+  const __m128i block = _mm_loadu_si128(reinterpret_cast<const __m128i*>(at));
+  return static_cast<unsigned>(_mm_movemask_epi8(_mm_cmpeq_epi8(block, _mm_set1_epi8(byte))));
+}
+#endif
+
+// The first position in text[from, end) whose byte is `first` or `second`, or -1. Sixteen
+// bytes are compared at once wherever sixteen can be read inside the text.
+inline long find_either(std::string_view text, char first, char second, long from, long end) {
+  const char* data = text.data();
+#if defined(__SSE2__)
+  const long last_block = static_cast<long>(text.size()) - 16;
+  for (; from < end && from <= last_block; from += 16) {
+    const unsigned hits = byte_mask(data + from, first) | byte_mask(data + from, second);
+    if (hits != 0) {
+      const long at = from + __builtin_ctz(hits);
+      return at < end ? at : -1;
+    }
+  }
+#endif
+  for (; from < end; ++from) {
+    if (data[from] == first || data[from] == second) return from;
+  }
+  return -1;
+}
+
+// The first `byte` in text[from, end), or -1.
+inline long find_byte(std::string_view text, char byte, long from, long end) {
+  return find_either(text, byte, byte, from, end);
+}
+
+// The next "</" at or after `from` in the text, or -1.
+inline long find_closing_start(std::string_view text, long from) {
+  const char* data = text.data();
+  const long length = static_cast<long>(text.size());
+#if defined(__SSE2__)
+  for (; from <= length - 17; from += 16) {
+    const unsigned pairs = byte_mask(data + from, '<') & byte_mask(data + from + 1, '/');
+    if (pairs != 0) return from + __builtin_ctz(pairs);
+  }
+#endif
+  for (; from + 1 < length; ++from) {
+    if (data[from] == '<' && data[from + 1] == '/') return from;
+  }
+  return -1;
+}
+
+// Whether two views hold the same bytes; tag names are short, so this stays inline.
+inline bool same_bytes(std::string_view a, std::string_view b) {
+  if (a.size() != b.size()) return false;
+  std::size_t at = 0;
+  for (; at + 8 <= a.size(); at += 8) {
+    std::uint64_t left;
+    std::uint64_t right;
+    std::memcpy(&left, a.data() + at, 8);
+    std::memcpy(&right, b.data() + at, 8);
+    if (left != right) return false;
+  }
+  for (; at < a.size(); ++at) {
+    if (a[at] != b[at]) return false;
+  }
+  return true;
+}
+
+}  // namespace quorlin::scan
+
+#endif  // QUORLIN_XML_XML_SCAN_HPP
