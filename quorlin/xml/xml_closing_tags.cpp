@@ -31,14 +31,34 @@ std::uint64_t name_hash(std::string_view name) {
 
 }  // namespace
 
-ClosingTags::ClosingTags(std::string_view text) : text_(text) {
-  std::fill(std::begin(recent_), std::end(recent_), -1L);
-}
+ClosingTags::ClosingTags(std::string_view text) : text_(text) {}
 
 long ClosingTags::find(std::string_view name, long from, long end) {
   if (!indexed_) index();
   const long found = first_from(name, from);
   return found >= 0 && found < end ? found : -1;
+}
+
+// The entry of `name` in names_, made if it is new. Documents repeat a few names many times,
+// so a small table keyed by length and outer bytes answers most lookups with one compare.
+inline long ClosingTags::entry_of(std::string_view name) {
+  const std::size_t key = name.empty()
+                              ? 0
+                              : (name.size() * 29 + static_cast<unsigned char>(name.front()) * 7 +
+                                 static_cast<unsigned char>(name.back()) * 13) %
+                                    std::size(recent_);
+  Recent& recent = recent_[key];
+  if (recent.entry >= 0 && scan::same_bytes(recent.name, name)) return recent.entry;
+  const std::uint64_t hash = name_hash(name);
+  long* slot = find_slot(name, hash);
+  if (*slot < 0) {
+    *slot = static_cast<long>(names_.size());
+    names_.push_back(Name{name, hash, {}, 0, 0});
+    if (names_.size() * 2 > slots_.size()) grow();
+    slot = find_slot(name, hash);
+  }
+  recent = Recent{name, *slot};
+  return recent.entry;
 }
 
 void ClosingTags::index() {
@@ -52,27 +72,6 @@ void ClosingTags::index() {
     const std::string_view name = text_.substr(p + 2, gt - p - 2);
     names_[entry_of(name)].starts.push_back(p);
   }
-}
-
-// The entry of `name` in names_, made if it is new. Documents repeat a few names many times,
-// so a small table keyed by length and outer bytes answers most lookups without hashing.
-long ClosingTags::entry_of(std::string_view name) {
-  const std::size_t key = name.empty()
-                              ? 0
-                              : (name.size() * 8 + static_cast<unsigned char>(name.front()) * 3 +
-                                 static_cast<unsigned char>(name.back())) %
-                                    std::size(recent_);
-  long& recent = recent_[key];
-  if (recent >= 0 && scan::same_bytes(names_[recent].name, name)) return recent;
-  const std::uint64_t hash = name_hash(name);
-  long* slot = find_slot(name, hash);
-  if (*slot < 0) {
-    *slot = static_cast<long>(names_.size());
-    names_.push_back(Name{name, hash, {}, 0, 0});
-    if (names_.size() * 2 > slots_.size()) grow();
-    slot = find_slot(name, hash);
-  }
-  return recent = *slot;
 }
 
 // The slot that holds the entry of `name`, or the free slot where it belongs.

@@ -54,7 +54,11 @@ class ClosingTags {
   bool indexed_ = false;
   std::vector<long> slots_;  // open addressing over names_, by hash
   std::vector<Name> names_;
-  long recent_[251];  // entries of names_ by a cheap key, -1 when none
+  struct Recent {
+    std::string_view name;
+    long entry = -1;  // in names_; -1 while the slot is unused
+  };
+  Recent recent_[256];  // by a cheap key of the name
 };
 
 }  // namespace quorlin

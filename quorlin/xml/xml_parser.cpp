@@ -161,7 +161,7 @@ class Parser {
 }  // namespace
 
 std::unique_ptr<XmlNode> xml_parse(std::string_view text) {
-  text = c_text(text);
+  // The end passed on is the whole view's; xml_parse_element cuts the text at its first NUL.
   return xml_parse_element(nullptr, text, 0, static_cast<long>(text.size()));
 }
 

@@ -65,16 +65,24 @@ inline long find_closing_start(std::string_view text, long from) {
 
 // Whether two views hold the same bytes; tag names are short, so this stays inline.
 inline bool same_bytes(std::string_view a, std::string_view b) {
-  if (a.size() != b.size()) return false;
-  std::size_t at = 0;
-  for (; at + 8 <= a.size(); at += 8) {
-    std::uint64_t left;
-    std::uint64_t right;
-    std::memcpy(&left, a.data() + at, 8);
-    std::memcpy(&right, b.data() + at, 8);
-    if (left != right) return false;
+  const std::size_t size = a.size();
+  if (size != b.size()) return false;
+  // Words that overlap at the end cover any length from 4 up without a loop over single bytes.
+  const auto word_at = [](std::string_view text, std::size_t at, auto word) {
+    std::memcpy(&word, text.data() + at, sizeof word);
+    return word;
+  };
+  if (size >= 8) {
+    for (std::size_t at = 0; at + 8 < size; at += 8) {
+      if (word_at(a, at, std::uint64_t{}) != word_at(b, at, std::uint64_t{})) return false;
+    }
+    return word_at(a, size - 8, std::uint64_t{}) == word_at(b, size - 8, std::uint64_t{});
   }
-  for (; at < a.size(); ++at) {
+  if (size >= 4) {
+    return word_at(a, 0, std::uint32_t{}) == word_at(b, 0, std::uint32_t{}) &&
+           word_at(a, size - 4, std::uint32_t{}) == word_at(b, size - 4, std::uint32_t{});
+  }
+  for (std::size_t at = 0; at < size; ++at) {
     if (a[at] != b[at]) return false;
   }
   return true;
