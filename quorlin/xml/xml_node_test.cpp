@@ -2,7 +2,9 @@
 
 #include <gtest/gtest.h>
 
+#include "quorlin/xml/xml_parser.hpp"
 #include "quorlin/xml/xml_test_support.hpp"
+#include "quorlin/xml/xml_writer.hpp"
 
 namespace quorlin {
 namespace {
@@ -29,10 +31,19 @@ TEST(XmlNode, TextIsCopiedReplacedAndCleared) {
     caller_text = "changed";
   }
   EXPECT_EQ(xml_node_text(*node), "first");
+  xml_node_set_text(*node, xml_node_text(*node)->substr(2));  // its own bytes, overlapping
+  EXPECT_EQ(xml_node_text(*node), "rst");
+  xml_node_set_text(*node, "longer than before");
+  EXPECT_EQ(xml_node_text(*node), "longer than before");
   xml_node_set_text(*node, "");
   EXPECT_EQ(xml_node_text(*node), "");  // empty is not absent
   xml_node_set_text(*node, std::nullopt);
   EXPECT_EQ(xml_node_text(*node), std::nullopt);
+
+  // A parsed text shares one copy of the document with its neighbours, which must not change.
+  auto parsed = xml_parse("<r><a>hello</a><b>world</b></r>");
+  xml_node_set_text(xml_node_children(*parsed).first->item, "hi");
+  EXPECT_EQ(xml_to_string(*parsed), "<r><a>hi</a><b>world</b></r>");
 }
 
 TEST(XmlNode, NewNodeHasAnEmptyChildListAndChildrenKeepTheirOrder) {
