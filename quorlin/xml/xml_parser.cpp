@@ -4,11 +4,22 @@
 // completed there, and any other pushes a frame for its content. The frame of the enclosing
 // range goes on after the element's closing tag once that frame ends.
 //
+// A parse first tries a single pass that needs no search for closing tags: an element's
+// content frame runs on until its own "</name>" turns up at a position of that frame. That
+// closing tag is the first one after the opening tag, as the grammar wants, as long as every
+// byte in between was read at a frame position or lies in text without "<": the pass gives up
+// on anything that breaks this (a "<" inside a tag, an element named like one that is still
+// open, a closing tag of another name, a range that ends first). The parse then starts over
+// with the closing-tag index, which finds each element's range before its content is read.
+//
 // The tree keeps one copy of the parsed range, made when the first element is found; names
 // and texts are views of that copy, so each costs no allocation of its own.
 #include "quorlin/xml/xml_parser.hpp"
 
 #include <algorithm>
+#include <bitset>
+#include <cstdint>
+#include <cstring>
 #include <optional>
 #include <vector>
 
@@ -26,7 +37,25 @@ struct Frame {
   long end;
   long text_start = -1;  // the last text segment seen; each one replaces the one before
   long text_end = -1;
+  long resume = -1;            // where the enclosing range goes on after this element's closing tag
+  std::string_view name = {};  // the element's name in the parsed text, whose bytes are warm
 };
+
+// Names that are open at once in the single pass are told apart by 12 bits of their outer
+// bytes and length; two open names with the same key make the pass give up, which costs time
+// but never changes the tree.
+using OpenNames = std::bitset<4096>;
+
+std::size_t open_name_key(std::string_view name) {
+  std::uint64_t head = 0;
+  std::uint64_t tail = 0;
+  const std::size_t size = name.size();
+  std::memcpy(&head, name.data(), std::min<std::size_t>(size, 8));
+  if (size > 8) std::memcpy(&tail, name.data() + size - 8, 8);
+  const std::uint64_t mixed =
+      (head * 0x9E3779B97F4A7C15ull) ^ ((tail + size) * 0xC2B2AE3D27D4EB4Full);
+  return static_cast<std::size_t>(mixed >> 52);
+}
 
 class Parser {
  public:
@@ -34,21 +63,36 @@ class Parser {
 
   std::unique_ptr<XmlNode> run(long start, long end) {
     start_ = start;
-    std::vector<Frame> frames{Frame{parent_, parent_, start, std::min(end, length())}};
-    end_ = frames.back().end;
-    while (!frames.empty()) {
-      if (std::optional<Frame> content = next_element(frames.back())) {
-        frames.push_back(*content);
-      } else {
-        finish(frames.back());
-        frames.pop_back();
-      }
-    }
+    end_ = std::min(end, length());
+    // Elements appended to a caller's parent cannot be taken back, so that parse is indexed.
+    single_pass_ = parent_ == nullptr;
+    if (walk()) return std::move(root_);
+    root_.reset();
+    copy_ = nullptr;
+    single_pass_ = gave_up_ = false;
+    walk();
     return std::move(root_);
   }
 
  private:
   long length() const { return static_cast<long>(text_.size()); }
+
+  // Parses the range into the tree; false when the single pass gives up.
+  bool walk() {
+    std::vector<Frame> frames{Frame{parent_, parent_, start_, end_}};
+    while (!frames.empty()) {
+      if (std::optional<Frame> content = next_element(frames.back())) {
+        frames.push_back(*content);
+        continue;
+      }
+      if (gave_up_) return false;
+      finish(frames.back());
+      const long resume = frames.back().resume;
+      frames.pop_back();
+      if (resume >= 0) frames.back().position = resume;
+    }
+    return true;
+  }
 
   // Reads on in `frame` up to its next element with child elements, which it appends, and
   // returns the frame of that element's content; std::nullopt when the range is done or
@@ -62,19 +106,42 @@ class Parser {
         frame.text_end = frame.position = next_tag < 0 ? frame.end : next_tag;
         continue;
       }
+      if (single_pass_ && lt + 1 < length() && text_[lt + 1] == '/') return close(frame, lt);
       // The name ends at the tag's first blank or ">".
       const long name_end = scan::find_either(text_, ' ', '>', lt + 1, frame.end);
-      if (name_end < 0) return std::nullopt;
+      if (name_end < 0) return stop(frame);
       const long space = text_[name_end] == ' ' ? name_end : -1;
       const long gt = space < 0 ? name_end : scan::find_byte(text_, '>', space + 1, frame.end);
-      if (gt < 0) return std::nullopt;
+      if (gt < 0) return stop(frame);
       if (lt == 0 && text_[1] == '?') {  // a declaration at the very start
         frame.position = gt + 1;
         continue;
       }
       std::optional<Frame> content = open_element(frame, lt, space, gt);
+      if (gave_up_) return std::nullopt;
       if (!content || content->position < content->end) return content;
     }
+    return stop(frame);
+  }
+
+  // The single pass meets "</" at `lt`: the end of the element whose content `frame` is, or a
+  // text it cannot read.
+  std::optional<Frame> close(Frame& frame, long lt) {
+    if (frame.parent == nullptr || !closing_.closes(lt, frame.name)) return give_up();
+    open_names_.reset(open_name_key(frame.name));
+    frame.resume = lt + static_cast<long>(frame.name.size()) + 3;
+    frame.end = lt;
+    return std::nullopt;
+  }
+
+  // The range ends or cannot go on; in the single pass an element's content may do neither.
+  std::optional<Frame> stop(const Frame& frame) {
+    if (single_pass_ && frame.parent != nullptr && frame.resume < 0) return give_up();
+    return std::nullopt;
+  }
+
+  std::optional<Frame> give_up() {
+    gave_up_ = single_pass_;
     return std::nullopt;
   }
 
@@ -88,28 +155,38 @@ class Parser {
     long content_end = gt;
     long leaf_text_end = -1;
     long next = gt + 1;
+    // Most elements hold only text: the next tag after the opening tag is their closing tag,
+    // which is then the first one (it cannot begin at the opening "<" unless it is "</").
+    const long next_tag = scan::find_byte(text_, '<', lt + 1, frame.end);
+    if (single_pass_ && next_tag >= 0 && next_tag < gt) return give_up();
+    const std::size_t key = single_pass_ ? open_name_key(name) : 0;
     if (text_[gt - 1] == '/') {
       attributes_end = gt - 1;
+    } else if (single_pass_ && open_names_.test(key)) {
+      return give_up();
+    } else if (next_tag > gt && text_[lt + 1] != '/' && closing_.closes(next_tag, name)) {
+      leaf_text_end = next_tag;
+      next = next_tag + closing_size;
+    } else if (single_pass_) {
+      if (gt + 1 >= frame.end) return give_up();  // no room left for the closing tag
+      open_names_.set(key);
+      content_end = frame.end;  // until the closing tag turns up
     } else {
-      // Most elements hold only text: the next tag after the opening tag is their closing tag,
-      // which is then the first one (it cannot begin at the opening "<" unless it is "</").
-      const long next_tag = scan::find_byte(text_, '<', lt + 1, frame.end);
-      if (next_tag > gt && text_[lt + 1] != '/' && closing_.closes(next_tag, name)) {
-        leaf_text_end = next_tag;
-        next = next_tag + closing_size;
-      } else {
-        const long closing = closing_.find(name, lt, frame.end);
-        if (closing < 0) return std::nullopt;
-        content_end = closing;
-        next = closing + closing_size;
-      }
+      const long closing = closing_.find(name, lt, frame.end);
+      if (closing < 0) return std::nullopt;
+      content_end = closing;
+      next = closing + closing_size;
     }
 
     XmlNode& element = append(frame, name);
     if (space >= 0) xml_parse_attributes(element, text_, space + 1, attributes_end);
     if (leaf_text_end > gt + 1) set_text(element, gt + 1, leaf_text_end);
     frame.position = next;
-    return Frame{&element, &element, gt + 1, content_end};
+    return Frame{.parent = &element,
+                 .current = &element,
+                 .position = gt + 1,
+                 .end = content_end,
+                 .name = name};
   }
 
   XmlNode& append(Frame& frame, std::string_view name) {
@@ -156,6 +233,9 @@ class Parser {
   long end_ = 0;
   char* copy_ = nullptr;  // the tree's copy of text[start_, end_)
   std::unique_ptr<XmlNode> root_;
+  bool single_pass_ = false;
+  bool gave_up_ = false;
+  OpenNames open_names_;  // the single pass's open elements, by open_name_key
 };
 
 }  // namespace
