@@ -15,17 +15,18 @@ const std::string& network_list_16mb() {
   return text;
 }
 
+// The document is made before the first timed iteration.
 void BM_XmlParse16MB(benchmark::State& state) {
-  for (auto _ : state) benchmark::DoNotOptimize(quorlin::xml_parse(network_list_16mb()));
-  state.SetBytesProcessed(state.iterations() * int64_t(network_list_16mb().size()));
+  const std::string& text = network_list_16mb();
+  for (auto _ : state) benchmark::DoNotOptimize(quorlin::xml_parse(text));
+  state.SetBytesProcessed(state.iterations() * int64_t(text.size()));
 }
 BENCHMARK(BM_XmlParse16MB)->Unit(benchmark::kMillisecond);
 
 void BM_PeerNetworkListParse16MB(benchmark::State& state) {
-  for (auto _ : state) {
-    benchmark::DoNotOptimize(quorlin::peer_network_list_parse(network_list_16mb()));
-  }
-  state.SetBytesProcessed(state.iterations() * int64_t(network_list_16mb().size()));
+  const std::string& text = network_list_16mb();
+  for (auto _ : state) benchmark::DoNotOptimize(quorlin::peer_network_list_parse(text));
+  state.SetBytesProcessed(state.iterations() * int64_t(text.size()));
 }
 BENCHMARK(BM_PeerNetworkListParse16MB)->Unit(benchmark::kMillisecond);
 
