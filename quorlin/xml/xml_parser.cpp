@@ -118,7 +118,6 @@ class Parser {
         continue;
       }
       std::optional<Frame> content = open_element(frame, lt, space, gt);
-      if (gave_up_) return std::nullopt;
       if (!content || content->position < content->end) return content;
     }
     return stop(frame);
@@ -130,18 +129,17 @@ class Parser {
     if (frame.parent == nullptr || !closing_.closes(lt, frame.name)) return give_up();
     open_names_.reset(open_name_key(frame.name));
     frame.resume = lt + static_cast<long>(frame.name.size()) + 3;
-    frame.end = lt;
     return std::nullopt;
   }
 
   // The range ends or cannot go on; in the single pass an element's content may do neither.
   std::optional<Frame> stop(const Frame& frame) {
-    if (single_pass_ && frame.parent != nullptr && frame.resume < 0) return give_up();
+    if (single_pass_ && frame.parent != nullptr) return give_up();
     return std::nullopt;
   }
 
   std::optional<Frame> give_up() {
-    gave_up_ = single_pass_;
+    gave_up_ = true;
     return std::nullopt;
   }
 
@@ -156,11 +154,13 @@ class Parser {
     long leaf_text_end = -1;
     long next = gt + 1;
     // Most elements hold only text: the next tag after the opening tag is their closing tag,
-    // which is then the first one (it cannot begin at the opening "<" unless it is "</").
-    const long next_tag = scan::find_byte(text_, '<', lt + 1, frame.end);
+    // which is then the first one (it cannot begin at the opening "<" unless it is "</"). A "<"
+    // inside the tag could hide a closing tag from the single pass.
+    const bool self_closing = text_[gt - 1] == '/';
+    const long next_tag = scan::find_byte(text_, '<', lt + 1, self_closing ? gt : frame.end);
     if (single_pass_ && next_tag >= 0 && next_tag < gt) return give_up();
-    const std::size_t key = single_pass_ ? open_name_key(name) : 0;
-    if (text_[gt - 1] == '/') {
+    const std::size_t key = single_pass_ && !self_closing ? open_name_key(name) : 0;
+    if (self_closing) {
       attributes_end = gt - 1;
     } else if (single_pass_ && open_names_.test(key)) {
       return give_up();
