@@ -5,7 +5,7 @@ install(TARGETS quorlinadmin RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
 install(TARGETS quorlin EXPORT quorlinTargets ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR})
 install(DIRECTORY quorlin/ DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/quorlin
         FILES_MATCHING PATTERN "*.hpp"
-        PATTERN "*_test_support.hpp" EXCLUDE PATTERN "cli" EXCLUDE)
+        PATTERN "*_test_support.hpp" EXCLUDE PATTERN "*_internal.hpp" EXCLUDE PATTERN "cli" EXCLUDE)
 
 set(config_dir ${CMAKE_INSTALL_LIBDIR}/cmake/quorlin)
 install(EXPORT quorlinTargets NAMESPACE quorlin:: DESTINATION ${config_dir})

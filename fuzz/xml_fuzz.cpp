@@ -22,26 +22,26 @@ using quorlin::XmlNode;
 // Whether writing `root` and reading it back must give the same tree. The writer escapes
 // nothing, so these cannot hold: a quote inside an attribute (it splits the attribute), a name
 // ending in "/" (it reads back as self-closing), a root named "?..." (it reads back as a
-// declaration), and an element whose written content holds its own closing tag (through a
-// descendant of the same name, or a name such as "/a" or "x</a" below an element a).
+// declaration), and an element whose written tag or content holds its own closing tag (through
+// an attribute, a descendant of the same name, or a name such as "/a" or "x</a" below a).
 bool representable(const XmlNode& root) {
-  if (root.name.starts_with('?')) return false;
+  if (quorlin::xml_node_name(root).starts_with('?')) return false;
   std::vector<const XmlNode*> pending{&root};
   while (!pending.empty()) {
     const XmlNode& node = *pending.back();
     pending.pop_back();
-    if (node.name.ends_with('/')) return false;
+    if (quorlin::xml_node_name(node).ends_with('/')) return false;
     for (auto* entry = quorlin::xml_node_attributes(node).first; entry; entry = entry->next) {
       if (entry->item.name.find('"') != std::string_view::npos) return false;
       if (entry->item.value.find('"') != std::string_view::npos) return false;
     }
-    std::string content;
     for (auto* child = quorlin::xml_node_children(node).first; child; child = child->next) {
-      quorlin::xml_write_node(child->item, content);
       pending.push_back(&child->item);
     }
-    if (const auto text = quorlin::xml_node_text(node)) content += *text;
-    if (content.find("</" + std::string(node.name) + ">") != std::string::npos) return false;
+    std::string written;
+    quorlin::xml_write_node(node, written);
+    const std::string closing = "</" + std::string(quorlin::xml_node_name(node)) + ">";
+    if (written.find(closing, 1) != written.size() - closing.size()) return false;
   }
   return true;
 }

@@ -122,6 +122,19 @@ requires std::constructible_from<T, U&&> ListNode<T>
   return list_append_unlocked(list, std::forward<U>(item));
 }
 
+// Links `node`, made elsewhere and in no List, at the end in constant time; returns it. The
+// List never frees it on its own (its storage must free nothing, as a tree's does not).
+template <typename T, typename Nodes>
+ListNode<T>* list_link_at_end(List<T, Nodes>& list, ListNode<T>* node) {
+  std::lock_guard hold(list.lock);
+  node->previous = list.last;
+  node->next = nullptr;
+  if (list.last != nullptr) list.last->next = node;
+  list.last = node;
+  if (list.first == nullptr) list.first = node;
+  return node;
+}
+
 // Inserts so that the new node stands at `position` (0 = front, count = end). A position that
 // is negative or beyond the count inserts nothing and returns null; the item is then left with
 // the caller (a unique_ptr passed with std::move is not consumed).

@@ -44,14 +44,14 @@ Text xml_text_dup(const XmlNode& element) {
 }
 
 std::unique_ptr<ServiceState> service_state_from_xml(const XmlNode& element) {
-  if (element.name != "ServiceState") return nullptr;
+  if (xml_node_name(element) != "ServiceState") return nullptr;
   auto state = service_state_new();
   for_each_child(element, [&](const XmlNode& child) {
-    if (child.name == "Username") {
+    if (xml_node_name(child) == "Username") {
       state->username = xml_text_dup(child);
-    } else if (child.name == "Type") {
+    } else if (xml_node_name(child) == "Type") {
       state->type = xml_text_int(child);
-    } else if (child.name == "Started") {
+    } else if (xml_node_name(child) == "Started") {
       state->started = xml_text_int(child);
     }
   });
@@ -59,11 +59,11 @@ std::unique_ptr<ServiceState> service_state_from_xml(const XmlNode& element) {
 }
 
 std::unique_ptr<PeerConnectionInfo> peer_connection_info_from_xml(const XmlNode& element) {
-  if (element.name != "PeerConnectionInfo") return nullptr;
+  if (xml_node_name(element) != "PeerConnectionInfo") return nullptr;
   auto info = peer_connection_info_new();
   auto text_of = [](const XmlNode& child) { return xml_node_text(child); };
   for_each_child(element, [&](const XmlNode& child) {
-    const std::string_view name = child.name;
+    const std::string_view name = xml_node_name(child);
     if (name == "Peer") {
       copy_fixed_text(info->peer, text_of(child));
     } else if (name == "PeerIp") {
@@ -90,12 +90,12 @@ std::unique_ptr<PeerConnectionInfo> peer_connection_info_from_xml(const XmlNode&
 }
 
 void accessor_read(const XmlNode& element, AccessorList& list) {
-  if (element.name != "Accessor") return;
+  if (xml_node_name(element) != "Accessor") return;
   auto accessor = std::make_unique<Accessor>();
   for_each_child(element, [&](const XmlNode& child) {
-    if (child.name == "Name") {
+    if (xml_node_name(child) == "Name") {
       accessor->name = xml_text_dup(child);
-    } else if (child.name == "Type") {
+    } else if (xml_node_name(child) == "Type") {
       accessor->type = xml_text_int(child);
     }
   });
@@ -114,15 +114,15 @@ static int share_type_of(std::string_view element_name) {
 }
 
 void share_read(const XmlNode& element, ShareList& list) {
-  auto share = share_new(std::nullopt, share_type_of(element.name));
+  auto share = share_new(std::nullopt, share_type_of(xml_node_name(element)));
   for_each_child(element, [&](const XmlNode& child) {
-    if (child.name == "Name") {
+    if (xml_node_name(child) == "Name") {
       share->name = xml_text_dup(child);
-    } else if (child.name == "Type") {
+    } else if (xml_node_name(child) == "Type") {
       share->type = xml_text_int(child);
-    } else if (child.name == "AccessList") {
+    } else if (xml_node_name(child) == "AccessList") {
       access_list_read(child, *share->access_list);
-    } else if (child.name == "Path") {
+    } else if (xml_node_name(child) == "Path") {
       share->path = xml_text_dup(child);  // kept for any type; only type 1 writes it back
     }
   });
@@ -134,20 +134,20 @@ void share_list_read(const XmlNode& element, ShareList& list) {
 }
 
 void notification_read(const XmlNode& element, NotificationList& list) {
-  if (element.name != "Notification") return;
+  if (xml_node_name(element) != "Notification") return;
   int type = -1;
   std::unique_ptr<Notification> current;
   for_each_child(element, [&](const XmlNode& child) {
-    if (child.name == "Type") {
+    if (xml_node_name(child) == "Type") {
       type = xml_text_int(child);
       // Built from no texts, as the service's reader does: always null, so nothing is added.
       if (type == NOTIFICATION_TYPE_MEMBER) {
         current = notification_new_kind7(std::nullopt, std::nullopt, std::nullopt);
       }
     } else if (current && type == NOTIFICATION_TYPE_MEMBER) {
-      if (child.name == "Username") current->text = xml_text_dup(child);
-      if (child.name == "Member") current->text2 = xml_text_dup(child);
-      if (child.name == "PrevMember") current->text3 = xml_text_dup(child);
+      if (xml_node_name(child) == "Username") current->text = xml_text_dup(child);
+      if (xml_node_name(child) == "Member") current->text2 = xml_text_dup(child);
+      if (xml_node_name(child) == "PrevMember") current->text3 = xml_text_dup(child);
     }
   });
   if (current) list_append(list, std::move(current));
@@ -155,24 +155,24 @@ void notification_read(const XmlNode& element, NotificationList& list) {
 
 std::unique_ptr<NotificationList> notification_list_from_xml(const XmlNode& element) {
   auto list = list_create<std::unique_ptr<Notification>>();
-  if (element.name != "Notifications") return list;
+  if (xml_node_name(element) != "Notifications") return list;
   for_each_child(element, [&](const XmlNode& child) { notification_read(child, *list); });
   return list;
 }
 
 void string_list_read(const XmlNode& element, std::string_view list_name,
                       std::string_view item_name, TextList& list) {
-  if (element.name != list_name) return;
+  if (xml_node_name(element) != list_name) return;
   for_each_child(element, [&](const XmlNode& child) {
-    if (child.name == item_name) list_append(list, xml_text_dup(child));
+    if (xml_node_name(child) == item_name) list_append(list, xml_text_dup(child));
   });
 }
 
 std::unique_ptr<PeerMember> peer_member_from_xml(const XmlNode& element, PeerNetwork* network) {
-  if (element.name != "PeerMember") return nullptr;
+  if (xml_node_name(element) != "PeerMember") return nullptr;
   auto member = peer_member_new(network);
   for_each_child(element, [&](const XmlNode& child) {
-    const std::string_view name = child.name;
+    const std::string_view name = xml_node_name(child);
     if (name == "Peer") {
       member->peer = xml_text_dup(child);
     } else if (name == "Status") {
@@ -191,19 +191,19 @@ std::unique_ptr<PeerMember> peer_member_from_xml(const XmlNode& element, PeerNet
 }
 
 void peer_member_list_read(const XmlNode& element, PeerNetwork& network) {
-  if (element.name != "PeerMembers") return;
+  if (xml_node_name(element) != "PeerMembers") return;
   for_each_child(element, [&](const XmlNode& child) {
-    if (child.name == "PeerMember") {
+    if (xml_node_name(child) == "PeerMember") {
       list_append(network.peer_members, peer_member_from_xml(child, &network));
     }
   });
 }
 
 std::unique_ptr<PeerNetwork> peer_network_from_xml(const XmlNode& element) {
-  if (element.name != "PeerNetwork") return nullptr;
+  if (xml_node_name(element) != "PeerNetwork") return nullptr;
   auto network = peer_network_new();
   for_each_child(element, [&](const XmlNode& child) {
-    const std::string_view name = child.name;
+    const std::string_view name = xml_node_name(child);
     if (name == "Id") {
       network->id = xml_text_long(child);
     } else if (name == "Type") {
@@ -230,7 +230,7 @@ std::unique_ptr<PeerNetwork> peer_network_from_xml(const XmlNode& element) {
 }
 
 std::unique_ptr<PeerNetworkList> peer_network_list_from_xml(const XmlNode& element) {
-  if (element.name != "PeerNetworks") return nullptr;
+  if (xml_node_name(element) != "PeerNetworks") return nullptr;
   auto list = list_create<std::unique_ptr<PeerNetwork>>();
   for_each_child(element,
                  [&](const XmlNode& child) { list_append(*list, peer_network_from_xml(child)); });
@@ -238,16 +238,16 @@ std::unique_ptr<PeerNetworkList> peer_network_list_from_xml(const XmlNode& eleme
 }
 
 std::unique_ptr<AddNetworkRequest> add_network_request_from_xml(const XmlNode& element) {
-  if (element.name != "AddNetworkRequest") return nullptr;
+  if (xml_node_name(element) != "AddNetworkRequest") return nullptr;
   auto request = add_network_request_empty();
   for_each_child(element, [&](const XmlNode& child) {
-    if (child.name == "Name") {
+    if (xml_node_name(child) == "Name") {
       request->name = xml_text_dup(child);
-    } else if (child.name == "Members") {
+    } else if (xml_node_name(child) == "Members") {
       string_list_read(child, "Members", "Member", *request->members);
-    } else if (child.name == "Type") {
+    } else if (xml_node_name(child) == "Type") {
       request->type = xml_text_int(child);
-    } else if (child.name == "ConnectionType") {
+    } else if (xml_node_name(child) == "ConnectionType") {
       request->connection_type = xml_text_int(child);
     }
   });

@@ -1,14 +1,31 @@
-#include "quorlin/xml/xml_document.hpp"
-
 #include <algorithm>
+#include <bit>
 #include <cstring>
+
+#include "quorlin/xml/xml_tree_internal.hpp"
 
 namespace quorlin {
 namespace {
 
 constexpr std::size_t kLargestBlock = 256 * 1024;
+constexpr std::size_t kSmallestTextBlock = 16;  // room for the free list's link
+
+// A text block is its capacity's log2 in the word before its bytes, then the bytes.
+struct TextBlockHeader {
+  std::size_t size_class;
+};
 
 }  // namespace
+
+XmlDocument::~XmlDocument() {
+  // The members of a chain are freed one after another, never by recursion.
+  for (XmlDocument* member = chain_next_; member != nullptr;) {
+    XmlDocument* next = member->chain_next_;
+    member->chain_next_ = nullptr;
+    delete member;
+    member = next;
+  }
+}
 
 void* XmlDocument::allocate_in_new_block(std::size_t size, std::size_t alignment) {
   // A request larger than half a block gets a block of its own, so that the current block's
@@ -29,6 +46,47 @@ char* XmlDocument::copy(std::string_view bytes) {
   char* target = static_cast<char*>(allocate(bytes.size(), 1));
   if (!bytes.empty()) std::memcpy(target, bytes.data(), bytes.size());
   return target;
+}
+
+char* XmlDocument::allocate_text(std::size_t size) {
+  const std::size_t size_class =
+      std::bit_width(std::max(size, kSmallestTextBlock) - 1);  // capacity 2^size_class
+  if (char* reused = free_texts_[size_class]) {
+    std::memcpy(&free_texts_[size_class], reused, sizeof(char*));
+    return reused;
+  }
+  auto* header = static_cast<TextBlockHeader*>(
+      allocate(sizeof(TextBlockHeader) + (std::size_t{1} << size_class), alignof(TextBlockHeader)));
+  header->size_class = size_class;
+  return reinterpret_cast<char*>(header + 1);
+}
+
+void XmlDocument::release_text(char* block) {
+  const std::size_t size_class = reinterpret_cast<const TextBlockHeader*>(block)[-1].size_class;
+  std::memcpy(block, &free_texts_[size_class], sizeof(char*));
+  free_texts_[size_class] = block;
+}
+
+std::size_t XmlDocument::block_capacity(const char* block) {
+  return std::size_t{1} << reinterpret_cast<const TextBlockHeader*>(block)[-1].size_class;
+}
+
+XmlDocument* XmlDocument::head() {
+  XmlDocument* found = head_;
+  while (found->head_ != found) found = found->head_;
+  for (XmlDocument* step = this; step != found;) {
+    XmlDocument* next = step->head_;
+    step->head_ = found;
+    step = next;
+  }
+  return found;
+}
+
+void XmlDocument::adopt(XmlDocument* other) {
+  XmlDocument* const chain = head();
+  chain->chain_last_->chain_next_ = other;
+  chain->chain_last_ = other->chain_last_;
+  other->head_ = chain;
 }
 
 }  // namespace quorlin

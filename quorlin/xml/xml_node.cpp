@@ -1,8 +1,10 @@
 #include "quorlin/xml/xml_node.hpp"
 
+#include <cstddef>
 #include <cstring>
-#include <utility>
-#include <vector>
+#include <type_traits>
+
+#include "quorlin/xml/xml_tree_internal.hpp"
 
 namespace quorlin {
 namespace {
@@ -12,101 +14,128 @@ T* make_in(XmlDocument& document, Args&&... args) {
   return ::new (document.allocate(sizeof(T), alignof(T))) T(std::forward<Args>(args)...);
 }
 
-XmlChildren& children_of(XmlNode& node) {
-  if (node.children == nullptr) {
-    node.children = make_in<XmlChildren>(*node.document, XmlArenaNodes{node.document});
-  }
-  return *node.children;
-}
-
-// Gives `target` copies of the text and attributes of `source`, which may be in another tree.
-void copy_text_and_attributes(const XmlNode& source, XmlNode& target) {
-  xml_node_set_text(target, xml_node_text(source));
-  for (auto* entry = xml_node_attributes(source).first; entry != nullptr; entry = entry->next) {
-    xml_node_add_attribute(target, entry->item.name, entry->item.value);
-  }
-}
-
 }  // namespace
 
-XmlNode::XmlNode(XmlNodeSeed seed) : name(seed.name), document(seed.document) {}
+void XmlNode::operator delete(XmlNode* node, std::destroying_delete_t) {
+  XmlDocument* document = node->document_;
+  // Only a root owns its document; a node inside a tree goes with the tree.
+  if (document->owner() != node) return;
+  node->~XmlNode();
+  delete document;
+}
 
-XmlNode::~XmlNode() {
-  // Only the root owns the document; the nodes inside it are never destroyed one by one.
-  if (document->owner() == this) delete document;
+XmlChildren& XmlTree::children(XmlNode& node) {
+  if (node.children_ == nullptr) {
+    node.children_ = make_in<XmlChildren>(*node.document_, XmlArenaNodes{node.document_});
+  }
+  return *node.children_;
+}
+
+XmlAttributes& XmlTree::attributes(XmlNode& node) {
+  if (node.attributes_ == nullptr) {
+    node.attributes_ = make_in<XmlAttributes>(*node.document_, XmlArenaNodes{node.document_});
+  }
+  return *node.attributes_;
+}
+
+void XmlTree::set_text_view(XmlNode& node, std::string_view bytes) {
+  if (node.text_size_ & kOwnedText) node.document_->release_text(node.text_);
+  node.text_ = const_cast<char*>(bytes.data());
+  node.text_size_ = bytes.size();
+}
+
+void XmlTree::set_text(XmlNode& node, std::optional<std::string_view> text) {
+  const bool owned = (node.text_size_ & kOwnedText) != 0;
+  if (!text) {
+    if (owned) node.document_->release_text(node.text_);
+    node.text_ = nullptr;
+    node.text_size_ = 0;
+    return;
+  }
+  const std::size_t size = text->size();
+  if (owned && size <= XmlDocument::block_capacity(node.text_)) {
+    std::memmove(node.text_, text->data(), size);  // `text` may be these very bytes
+    node.text_size_ = size | kOwnedText;
+    return;
+  }
+  char* block = node.document_->allocate_text(size);
+  if (size != 0) std::memcpy(block, text->data(), size);
+  if (owned) node.document_->release_text(node.text_);
+  node.text_ = block;
+  node.text_size_ = size | kOwnedText;
+}
+
+XmlChild* XmlTree::holder(XmlNode* node) {
+  static_assert(std::is_standard_layout_v<XmlChild>);
+  return reinterpret_cast<XmlChild*>(reinterpret_cast<std::byte*>(node) - offsetof(XmlChild, item));
+}
+
+XmlNode& XmlTree::add_element_unshared(XmlNode& parent, std::string_view name_in_document) {
+  return list_append_unlocked(children(parent), XmlNodeSeed{parent.document_, name_in_document})
+      ->item;
+}
+
+void XmlTree::drop_last_child(XmlNode& parent) {
+  XmlChildren& children = *parent.children_;
+  XmlChild* last = children.last;
+  children.last = last->previous;
+  if (children.last != nullptr) {
+    children.last->next = nullptr;
+  } else {
+    children.first = nullptr;
+  }
 }
 
 std::unique_ptr<XmlNode> xml_node_new(std::string_view name) {
-  auto document = std::make_unique<XmlDocument>(nullptr);
-  auto root = std::make_unique<XmlNode>(XmlNodeSeed{document.get(), document->copy_text(name)});
-  document.release()->set_owner(root.get());
-  return root;
+  auto* document = new XmlDocument;
+  auto* holder = ::new (document->allocate(sizeof(XmlChild), alignof(XmlChild)))
+      XmlChild{nullptr, XmlNode(XmlNodeSeed{document, document->copy_text(name)}), nullptr};
+  document->set_owner(&holder->item);
+  return std::unique_ptr<XmlNode>(&holder->item);
 }
 
 XmlChild* xml_node_add_child(XmlNode& node, std::unique_ptr<XmlNode> child) {
-  XmlChild* copy = list_append(children_of(node),
-                               XmlNodeSeed{node.document, node.document->copy_text(child->name)});
-  copy_text_and_attributes(*child, copy->item);
-  // Copies the subtree level by level with an explicit stack of (source, copy) pairs.
-  std::vector<std::pair<const XmlNode*, XmlNode*>> pending{{child.get(), &copy->item}};
-  while (!pending.empty()) {
-    auto [source, target] = pending.back();
-    pending.pop_back();
-    for (auto* entry = xml_node_children(*source).first; entry != nullptr; entry = entry->next) {
-      XmlNode& element = xml_add_element(*target, entry->item.name);
-      copy_text_and_attributes(entry->item, element);
-      pending.emplace_back(&entry->item, &element);
-    }
-  }
-  return copy;
+  XmlNode* adopted = child.release();
+  XmlDocument& child_document = XmlTree::document(*adopted);
+  child_document.set_owner(nullptr);
+  XmlTree::document(node).adopt(&child_document);
+  return list_link_at_end(XmlTree::children(node), XmlTree::holder(adopted));
 }
 
 XmlNode& xml_add_element(XmlNode& parent, std::string_view name) {
-  XmlDocument& document = *parent.document;
-  return list_append(children_of(parent), XmlNodeSeed{&document, document.copy_text(name)})->item;
+  XmlDocument& document = XmlTree::document(parent);
+  return list_append(XmlTree::children(parent), XmlNodeSeed{&document, document.copy_text(name)})
+      ->item;
 }
 
-XmlNode& xml_add_element_unshared(XmlNode& parent, std::string_view name_in_document) {
-  return list_append_unlocked(children_of(parent), XmlNodeSeed{parent.document, name_in_document})
-      ->item;
+std::string_view xml_node_name(const XmlNode& node) {
+  return XmlTree::name(node);
 }
 
 const XmlChildren& xml_node_children(const XmlNode& node) {
   static const XmlChildren kNoChildren;
-  return node.children ? *node.children : kNoChildren;
+  const XmlChildren* children = XmlTree::children_or_null(node);
+  return children ? *children : kNoChildren;
 }
 
 const XmlAttributes& xml_node_attributes(const XmlNode& node) {
   static const XmlAttributes kNoAttributes;
-  return node.attribute_set ? node.attribute_set->attributes : kNoAttributes;
+  const XmlAttributes* attributes = XmlTree::attributes_or_null(node);
+  return attributes ? *attributes : kNoAttributes;
 }
 
 void xml_node_set_text(XmlNode& node, std::optional<std::string_view> text) {
-  if (!text) {
-    node.text_bytes = nullptr;
-    node.text_size = 0;
-  } else if (node.text_bytes != nullptr && text->size() <= node.text_size) {
-    // Each text's bytes belong to its node alone, so they can be overwritten in place.
-    std::memmove(node.text_bytes, text->data(), text->size());
-    node.text_size = text->size();
-  } else {
-    node.text_bytes = node.document->copy(*text);
-    node.text_size = text->size();
-  }
+  XmlTree::set_text(node, text);
 }
 
 std::optional<std::string_view> xml_node_text(const XmlNode& node) {
-  if (node.text_bytes == nullptr) return std::nullopt;
-  return std::string_view(node.text_bytes, node.text_size);
+  return XmlTree::text(node);
 }
 
 ListNode<XmlAttribute>* xml_node_add_attribute(XmlNode& node, std::string_view name,
                                                std::string_view value) {
-  if (node.attribute_set == nullptr) {
-    node.attribute_set = make_in<XmlAttributeSet>(*node.document, XmlArenaNodes{node.document});
-  }
-  XmlDocument& document = *node.document;
-  return list_append(node.attribute_set->attributes,
+  XmlDocument& document = XmlTree::document(node);
+  return list_append(XmlTree::attributes(node),
                      XmlAttribute{document.copy_text(name), document.copy_text(value)});
 }
 

@@ -1,15 +1,15 @@
 // XmlNode: one element of an XML document, with its name, attributes, children and text.
 //
-// A document is its root node, which xml_node_new and xml_parse return. The root owns the
-// document's storage (XmlDocument), and every node, attribute, name and text of the tree lives
-// there: a node owns its subtree in the sense that the subtree goes when the root goes, all
+// A document is its root node, which xml_node_new and xml_parse return. Every node, attribute,
+// name and text of a tree lives in storage that belongs to the tree and goes with the root, all
 // at once and without recursion, so a tree of any depth or size is freed in a few steps.
-// Nodes are neither copied nor moved; they are made inside a tree by xml_add_element, and a
-// separate tree joins another by xml_node_add_child, which copies it over.
+// xml_node_add_child adopts a separate tree: the child keeps its address, and its storage
+// joins the parent's tree in constant time, whatever its size.
 //
 // Every string handed in is copied and no byte of a name, value or text is checked, escaped or
 // decoded: the tree holds exactly the bytes it was given. Names and texts are returned as views
-// borrowed from the tree, valid until the node is changed or the tree is freed.
+// borrowed from the tree, valid until the node is changed or the tree is freed. A replaced text
+// gives its bytes back to the tree, which reuses them for later texts.
 //
 // The children List and the attribute set are made with the first child or attribute, so the
 // leaves of a large document cost no more than their name and text; readers that ask a node
@@ -21,29 +21,33 @@
 
 #include <cstddef>
 #include <memory>
+#include <new>
 #include <optional>
 #include <string_view>
 
 #include "quorlin/base/list.hpp"
-#include "quorlin/xml/xml_document.hpp"
 
 namespace quorlin {
+
+class XmlDocument;
+struct XmlTree;
+
+// Node storage for the Lists of a tree: their nodes come from the tree's storage and are given
+// back only with it.
+struct XmlArenaNodes {
+  XmlDocument* document = nullptr;
+
+  template <typename Node>
+  void* allocate();  // defined where the tree is built, not for users of the tree
+  void deallocate(void*) {}
+};
 
 struct XmlAttribute {
   std::string_view name;
   std::string_view value;
 };
 
-struct XmlNode;
-using XmlChildren = List<XmlNode, XmlArenaNodes>;  // each child lives inside its List node
-using XmlAttributes = List<XmlAttribute, XmlArenaNodes>;
-using XmlChild = ListNode<XmlNode>;
-
-struct XmlAttributeSet {
-  explicit XmlAttributeSet(XmlArenaNodes storage) : attributes(storage) {}
-  XmlAttributes attributes;
-};
-
+class XmlNode;
 // What a node is made from: the document it lives in and its name, whose bytes already live in
 // that document.
 struct XmlNodeSeed {
@@ -51,34 +55,41 @@ struct XmlNodeSeed {
   std::string_view name;
 };
 
-struct XmlNode {
-  explicit XmlNode(XmlNodeSeed seed);
+using XmlChildren = List<XmlNode, XmlArenaNodes>;  // each child lives inside its List node
+using XmlAttributes = List<XmlAttribute, XmlArenaNodes>;
+using XmlChild = ListNode<XmlNode>;
+
+class XmlNode {
+ public:
+  explicit XmlNode(XmlNodeSeed seed) : name_(seed.name), document_(seed.document) {}
   XmlNode(const XmlNode&) = delete;
   XmlNode& operator=(const XmlNode&) = delete;
-  ~XmlNode();  // the root frees its document, and the whole tree with it
 
-  std::string_view name;
-  XmlChildren* children = nullptr;           // null until the first child
-  XmlAttributeSet* attribute_set = nullptr;  // null until the first attribute
-  XmlDocument* document;
-  char* text_bytes = nullptr;  // null while there is no text
-  std::size_t text_size = 0;
+  // Deleting the root (what its unique_ptr does) frees the whole tree and its storage.
+  static void operator delete(XmlNode* node, std::destroying_delete_t);
+
+ private:
+  friend struct XmlTree;
+
+  std::string_view name_;
+  XmlChildren* children_ = nullptr;      // null until the first child
+  XmlAttributes* attributes_ = nullptr;  // null until the first attribute
+  XmlDocument* document_;                // where this node's pieces are allocated
+  char* text_ = nullptr;                 // null while there is no text
+  std::size_t text_size_ = 0;            // with kOwnedText set when text_ is a reusable block
 };
 
 // A new tree of one element named `name`.
 std::unique_ptr<XmlNode> xml_node_new(std::string_view name);
 
-// Copies the tree `child` in as the last child of `node` and frees `child`; returns the List
-// node that now holds the copy.
+// Adopts the tree `child` as the last child of `node` in constant time and returns the List
+// node that holds it; the child keeps its address, so a pointer kept to it stays valid.
 XmlChild* xml_node_add_child(XmlNode& node, std::unique_ptr<XmlNode> child);
 
 // Appends a new empty element named `name` to `parent` and returns it.
 XmlNode& xml_add_element(XmlNode& parent, std::string_view name);
 
-// For code that builds a tree no other thread can reach yet (the parser): appends an element
-// whose name already lives in the parent's document, without copying the name and without
-// taking the children List's lock.
-XmlNode& xml_add_element_unshared(XmlNode& parent, std::string_view name_in_document);
+std::string_view xml_node_name(const XmlNode& node);
 
 // The children in document order; an empty List for a node without any.
 const XmlChildren& xml_node_children(const XmlNode& node);
@@ -86,8 +97,8 @@ const XmlChildren& xml_node_children(const XmlNode& node);
 // The attributes in the order they were added; an empty List for a node without any.
 const XmlAttributes& xml_node_attributes(const XmlNode& node);
 
-// Replaces the text with a copy of `text`, or clears it for std::nullopt. `text` may be a view
-// of this tree's own bytes, even of the node's current text.
+// Replaces the text with a copy of `text`, or clears it for std::nullopt; the old text's bytes
+// go back to the tree. `text` may be a view of this tree's own bytes, even of the node's text.
 void xml_node_set_text(XmlNode& node, std::optional<std::string_view> text);
 
 // The text, borrowed from the node, or std::nullopt when none was set.

@@ -1,241 +1,427 @@
-// The parser walks index ranges of one text. Each open range is a Frame on an explicit stack:
-// the node its elements go into, the position reached and the range's end. Finding an
-// element's opening tag appends the element at once; an element that holds only text is
-// completed there, and any other pushes a frame for its content. The frame of the enclosing
-// range goes on after the element's closing tag once that frame ends.
+// The parser reads the text once, front to back, with an explicit stack of open ranges (Frame):
+// the element whose content the range is, the position reached, and the range's last text.
 //
-// A parse first tries a single pass that needs no search for closing tags: an element's
-// content frame runs on until its own "</name>" turns up at a position of that frame. That
-// closing tag is the first one after the opening tag, as the grammar wants, as long as every
-// byte in between was read at a frame position or lies in text without "<": the pass gives up
-// on anything that breaks this (a "<" inside a tag, an element named like one that is still
-// open, a closing tag of another name, a range that ends first). The parse then starts over
-// with the closing-tag index, which finds each element's range before its content is read.
+// An element's content ends at the first "</name>" after its opening tag. Rather than search
+// for that tag when the element opens, the parse goes on into the content and closes the
+// element when the tag turns up. That is exact because every "</" of the text is looked at
+// in order while elements are open: at a range's position, inside a tag, inside a closing tag,
+// and in the part of a range that could not be read (where only closing tags are looked for).
+// Two open elements never share a name: the first "</name>" after an element opens would
+// close the outer one of that name, so the inner one has no closing tag and is not made. When
+// a "</name>" closes an element that is not the innermost, the elements above it had no
+// closing tag inside its content, and its child that holds them is dropped, as the grammar
+// drops an element whose closing tag is missing; elements still open at the end of the range
+// are dropped the same way. An element whose next tag is its own closing tag holds only text
+// and is completed at once.
 //
-// The tree keeps one copy of the parsed range, made when the first element is found; names
-// and texts are views of that copy, so each costs no allocation of its own.
+// The open names are found through a table keyed by a seeded hash of the name read backwards,
+// so that the names of every "</" that ends at one ">" are hashed in one backward sweep. Each
+// byte of the text is therefore read a bounded number of times, however the document nests or
+// breaks. The tree keeps one copy of the parsed range; its names and texts are views of it.
 #include "quorlin/xml/xml_parser.hpp"
 
+#include <string.h>  // memrchr
 #include <algorithm>
-#include <bitset>
+#include <array>
 #include <cstdint>
-#include <cstring>
-#include <optional>
+#include <limits>
+#include <random>
 #include <vector>
 
 #include "quorlin/base/strings.hpp"
-#include "quorlin/xml/xml_closing_tags.hpp"
-#include "quorlin/xml/xml_scan.hpp"
+#include "quorlin/xml/xml_scan_internal.hpp"
+#include "quorlin/xml/xml_tree_internal.hpp"
 
 namespace quorlin {
 namespace {
 
 struct Frame {
-  XmlNode* parent;   // receives the range's text; null at the top level, where text is dropped
+  XmlNode* node;     // receives the range's text; null at the top level, where text is dropped
   XmlNode* current;  // receives the range's elements; null until the top level has a root
   long position;
-  long end;
   long text_start = -1;  // the last text segment seen; each one replaces the one before
   long text_end = -1;
-  long resume = -1;            // where the enclosing range goes on after this element's closing tag
-  std::string_view name = {};  // the element's name in the parsed text, whose bytes are warm
+  std::string_view name = {};  // the open element's name, in the parsed text
+  std::uint64_t hash = 0;      // BackwardHash of the name
 };
 
-// Names that are open at once in the single pass are told apart by 12 bits of their outer
-// bytes and length; two open names with the same key make the pass give up, which costs time
-// but never changes the tree.
-using OpenNames = std::bitset<4096>;
+// A hash of a name's bytes taken from the last to the first, so that extending a name at its
+// front extends its hash. Seeded per process, so that a document cannot be written to collide.
+class BackwardHash {
+ public:
+  static std::uint64_t start() { return seed(); }
+  static std::uint64_t step(std::uint64_t hash, char byte) {
+    hash = (hash ^ static_cast<unsigned char>(byte)) * 0x9E3779B97F4A7C15ull;
+    return hash ^ (hash >> 29);
+  }
+  static std::uint64_t of(std::string_view name) {
+    std::uint64_t hash = start();
+    for (auto at = name.rbegin(); at != name.rend(); ++at) hash = step(hash, *at);
+    return hash;
+  }
 
-std::size_t open_name_key(std::string_view name) {
-  std::uint64_t head = 0;
-  std::uint64_t tail = 0;
-  const std::size_t size = name.size();
-  std::memcpy(&head, name.data(), std::min<std::size_t>(size, 8));
-  if (size > 8) std::memcpy(&tail, name.data() + size - 8, 8);
-  const std::uint64_t mixed =
-      (head * 0x9E3779B97F4A7C15ull) ^ ((tail + size) * 0xC2B2AE3D27D4EB4Full);
-  return static_cast<std::size_t>(mixed >> 52);
-}
+ private:
+  static std::uint64_t seed() {
+    static const std::uint64_t value =
+        (std::uint64_t{std::random_device{}()} << 32) | std::random_device{}();
+    return value;
+  }
+};
+
+// The open element of each name, by frame index, in an open-addressing table whose slots keep
+// the name's hash beside the index; and, to answer "is this name open?" mostly without hashing
+// it, a count of open names per key of length and outer bytes.
+class OpenNames {
+ public:
+  static std::size_t quick_key(std::string_view name) {
+    if (name.empty()) return 0;
+    return (name.size() * 31 + static_cast<unsigned char>(name.front()) * 7 +
+            static_cast<unsigned char>(name.back())) &
+           (kQuickKeys - 1);
+  }
+  bool maybe_open(std::string_view name) const { return counts_[quick_key(name)] != 0; }
+
+  // The open frame named `name`, or -1.
+  long find(std::string_view name, std::uint64_t hash, const std::vector<Frame>& frames) const {
+    return slots_[slot_of(name, hash, frames)].frame;
+  }
+
+  // Enters `frame` unless a frame of its name is open; returns that frame, or -1 if it entered.
+  long insert(long frame, const std::vector<Frame>& frames) {
+    if ((size_ + 1) * 2 > slots_.size()) grow();
+    const Frame& entering = frames[frame];
+    Slot& slot = slots_[slot_of(entering.name, entering.hash, frames)];
+    if (slot.frame >= 0) return slot.frame;
+    slot = Slot{entering.hash, frame};
+    ++size_;
+    ++counts_[quick_key(entering.name)];
+    return -1;
+  }
+
+  void erase(long frame, const std::vector<Frame>& frames) {
+    const std::size_t mask = slots_.size() - 1;
+    std::size_t hole = frames[frame].hash & mask;
+    while (slots_[hole].frame != frame) hole = (hole + 1) & mask;
+    // Moves later entries of the probe run back into the hole, so that no tombstones build up.
+    for (std::size_t at = (hole + 1) & mask; slots_[at].frame >= 0; at = (at + 1) & mask) {
+      const std::size_t home = slots_[at].hash & mask;
+      if (((at - home) & mask) >= ((at - hole) & mask)) {
+        slots_[hole] = slots_[at];
+        hole = at;
+      }
+    }
+    slots_[hole].frame = -1;
+    --size_;
+    --counts_[quick_key(frames[frame].name)];
+  }
+
+ private:
+  static constexpr std::size_t kQuickKeys = 4096;
+  struct Slot {
+    std::uint64_t hash = 0;
+    long frame = -1;  // -1 for a free slot
+  };
+
+  // The slot that holds `name`, or the free slot where it belongs.
+  std::size_t slot_of(std::string_view name, std::uint64_t hash,
+                      const std::vector<Frame>& frames) const {
+    const std::size_t mask = slots_.size() - 1;
+    for (std::size_t at = hash & mask;; at = (at + 1) & mask) {
+      const Slot& slot = slots_[at];
+      if (slot.frame < 0 || (slot.hash == hash && frames[slot.frame].name == name)) return at;
+    }
+  }
+
+  void grow() {
+    std::vector<Slot> old = std::move(slots_);
+    slots_.assign(old.size() * 2, Slot{});
+    const std::size_t mask = slots_.size() - 1;
+    for (const Slot& slot : old) {
+      if (slot.frame < 0) continue;
+      std::size_t at = slot.hash & mask;
+      while (slots_[at].frame >= 0) at = (at + 1) & mask;
+      slots_[at] = slot;
+    }
+  }
+
+  std::vector<Slot> slots_ = std::vector<Slot>(64);
+  std::size_t size_ = 0;
+  std::array<std::uint32_t, kQuickKeys> counts_{};
+};
 
 class Parser {
  public:
-  Parser(std::string_view text, XmlNode* parent) : text_(text), closing_(text), parent_(parent) {}
+  Parser(std::string_view text, long start, long end, XmlNode* parent)
+      : text_(text), start_(start), end_(end), parent_(parent) {}
 
-  std::unique_ptr<XmlNode> run(long start, long end) {
-    start_ = start;
-    end_ = std::min(end, length());
-    // Elements appended to a caller's parent cannot be taken back, so that parse is indexed.
-    single_pass_ = parent_ == nullptr;
-    if (walk()) return std::move(root_);
-    root_.reset();
-    copy_ = nullptr;
-    single_pass_ = gave_up_ = false;
-    walk();
+  std::unique_ptr<XmlNode> run() {
+    frames_.push_back(Frame{.node = parent_, .current = parent_, .position = start_});
+    last_closing_ = find_last_closing_start();
+    while (!done_) step();
+    finish(frames_.front());
     return std::move(root_);
   }
 
  private:
   long length() const { return static_cast<long>(text_.size()); }
 
-  // Parses the range into the tree; false when the single pass gives up.
-  bool walk() {
-    std::vector<Frame> frames{Frame{parent_, parent_, start_, end_}};
-    while (!frames.empty()) {
-      if (std::optional<Frame> content = next_element(frames.back())) {
-        frames.push_back(*content);
-        continue;
-      }
-      if (gave_up_) return false;
-      finish(frames.back());
-      const long resume = frames.back().resume;
-      frames.pop_back();
-      if (resume >= 0) frames.back().position = resume;
+  void step() {
+    Frame& frame = frames_.back();
+    const long lt = frame.position;
+    if (lt >= end_) {
+      if (frames_.size() > 1) return drop_open_elements();
+      done_ = true;
+      return;
     }
-    return true;
-  }
-
-  // Reads on in `frame` up to its next element with child elements, which it appends, and
-  // returns the frame of that element's content; std::nullopt when the range is done or
-  // cannot go on. Elements that hold only text are completed on the way.
-  std::optional<Frame> next_element(Frame& frame) {
-    while (frame.position < frame.end) {
-      const long lt = frame.position;
-      if (text_[lt] != '<') {
-        const long next_tag = scan::find_byte(text_, '<', lt, frame.end);
-        frame.text_start = lt;
-        frame.text_end = frame.position = next_tag < 0 ? frame.end : next_tag;
-        continue;
-      }
-      if (single_pass_ && lt + 1 < length() && text_[lt + 1] == '/') return close(frame, lt);
-      // The name ends at the tag's first blank or ">".
-      const long name_end = scan::find_either(text_, ' ', '>', lt + 1, frame.end);
-      if (name_end < 0) return stop(frame);
-      const long space = text_[name_end] == ' ' ? name_end : -1;
-      const long gt = space < 0 ? name_end : scan::find_byte(text_, '>', space + 1, frame.end);
-      if (gt < 0) return stop(frame);
-      if (lt == 0 && text_[1] == '?') {  // a declaration at the very start
-        frame.position = gt + 1;
-        continue;
-      }
-      std::optional<Frame> content = open_element(frame, lt, space, gt);
-      if (!content || content->position < content->end) return content;
+    if (text_[lt] != '<') {
+      const long next_tag = scan::find_byte(text_, '<', lt, end_);
+      frame.text_start = lt;
+      frame.text_end = frame.position = next_tag < 0 ? end_ : next_tag;
+      return;
     }
-    return stop(frame);
+    if (lt + 1 < length() && text_[lt + 1] == '/' && close_at(lt)) return;
+    read_tag(lt);
   }
 
-  // The single pass meets "</" at `lt`: the end of the element whose content `frame` is, or a
-  // text it cannot read.
-  std::optional<Frame> close(Frame& frame, long lt) {
-    if (frame.parent == nullptr || !closing_.closes(lt, frame.name)) return give_up();
-    open_names_.reset(open_name_key(frame.name));
-    frame.resume = lt + static_cast<long>(frame.name.size()) + 3;
-    return std::nullopt;
+  // The tag that begins at `lt`, at the position of the innermost range.
+  void read_tag(long lt) {
+    // The name ends at the tag's first blank or ">".
+    const long name_end = scan::find_either(text_, ' ', '>', lt + 1, end_);
+    if (name_end < 0) return stop(lt);
+    const long space = text_[name_end] == ' ' ? name_end : -1;
+    const long gt = space < 0 ? name_end : scan::find_byte(text_, '>', space + 1, end_);
+    if (gt < 0) return stop(lt);
+    if (lt == 0 && text_[1] == '?') {  // a declaration at the very start
+      frames_.back().position = gt + 1;
+      return;
+    }
+    // A "<" inside the tag may begin the closing tag of an open element, which then ends
+    // before this tag does.
+    const long next_tag = scan::find_byte(text_, '<', lt + 1, end_);
+    if (next_tag >= 0 && next_tag < gt && close_in_group(lt + 1, gt)) return;
+    open_element(lt, space, gt, next_tag);
   }
 
-  // The range ends or cannot go on; in the single pass an element's content may do neither.
-  std::optional<Frame> stop(const Frame& frame) {
-    if (single_pass_ && frame.parent != nullptr) return give_up();
-    return std::nullopt;
-  }
-
-  std::optional<Frame> give_up() {
-    gave_up_ = true;
-    return std::nullopt;
-  }
-
-  // Appends the element whose tag is text[lt, gt] and returns the frame of its content, which
-  // is empty when the element holds only text and is already complete.
-  std::optional<Frame> open_element(Frame& frame, long lt, long space, long gt) {
+  void open_element(long lt, long space, long gt, long next_tag) {
     const std::string_view name = text_.substr(lt + 1, (space >= 0 ? space : gt) - lt - 1);
-    const long closing_size = static_cast<long>(name.size()) + 3;
-
-    long attributes_end = gt;
-    long content_end = gt;
-    long leaf_text_end = -1;
-    long next = gt + 1;
-    // Most elements hold only text: the next tag after the opening tag is their closing tag,
-    // which is then the first one (it cannot begin at the opening "<" unless it is "</"). A "<"
-    // inside the tag could hide a closing tag from the single pass.
     const bool self_closing = text_[gt - 1] == '/';
-    const long next_tag = scan::find_byte(text_, '<', lt + 1, self_closing ? gt : frame.end);
-    if (single_pass_ && next_tag >= 0 && next_tag < gt) return give_up();
-    const std::size_t key = single_pass_ && !self_closing ? open_name_key(name) : 0;
-    if (self_closing) {
-      attributes_end = gt - 1;
-    } else if (single_pass_ && open_names_.test(key)) {
-      return give_up();
-    } else if (next_tag > gt && text_[lt + 1] != '/' && closing_.closes(next_tag, name)) {
-      leaf_text_end = next_tag;
-      next = next_tag + closing_size;
-    } else if (single_pass_) {
-      if (gt + 1 >= frame.end) return give_up();  // no room left for the closing tag
-      open_names_.set(key);
-      content_end = frame.end;  // until the closing tag turns up
-    } else {
-      const long closing = closing_.find(name, lt, frame.end);
-      if (closing < 0) return std::nullopt;
-      content_end = closing;
-      next = closing + closing_size;
+    bool complete = self_closing;
+    long next = gt + 1;
+    long text_end = -1;
+    // The element's own closing tag may stand inside its opening tag, ending at its ">": then
+    // the element has no content.
+    const long own_closing = gt - static_cast<long>(name.size()) - 2;
+    if (complete || (next_tag < gt && own_closing > lt && closes(own_closing, name))) {
+      complete = true;
+    } else if (gt >= last_closing_) {
+      return stop(lt);  // no closing tag follows
+    } else if (next_tag > gt && closes(next_tag, name) && !is_open(name)) {
+      // Most elements hold only text: the next tag is their closing tag, which is then the
+      // first one after the opening tag (there is no "<" inside the tag).
+      complete = true;
+      text_end = next_tag;
+      next = next_tag + static_cast<long>(name.size()) + 3;
     }
-
-    XmlNode& element = append(frame, name);
-    if (space >= 0) xml_parse_attributes(element, text_, space + 1, attributes_end);
-    if (leaf_text_end > gt + 1) set_text(element, gt + 1, leaf_text_end);
-    frame.position = next;
-    return Frame{.parent = &element,
-                 .current = &element,
-                 .position = gt + 1,
-                 .end = content_end,
-                 .name = name};
+    // The first "</name>" to come would close an open element of the same name first, and
+    // leave none for this one: such an element is not made, and the range stops before it.
+    if (!complete && !push(name, gt + 1)) return stop(lt);
+    Frame& parent = frames_[frames_.size() - (complete ? 1 : 2)];
+    XmlNode& element = append(parent, name);
+    if (space >= 0) {
+      xml_parse_attributes(element, text_, space + 1, self_closing ? gt - 1 : gt);
+    }
+    if (!complete) {
+      frames_.back().node = frames_.back().current = &element;
+      return;
+    }
+    if (text_end > gt + 1) XmlTree::set_text_view(element, in_copy(gt + 1, text_end));
+    parent.position = next;
   }
 
+  // Opens the range of an element named `name`, whose node the caller appends; false, with
+  // nothing opened, when an element of that name is open.
+  bool push(std::string_view name, long content_start) {
+    frames_.push_back(Frame{.node = nullptr,
+                            .current = nullptr,
+                            .position = content_start,
+                            .name = name,
+                            .hash = BackwardHash::of(name)});
+    if (open_names_.insert(static_cast<long>(frames_.size()) - 1, frames_) < 0) return true;
+    frames_.pop_back();
+    return false;
+  }
+
+  void pop() {
+    open_names_.erase(static_cast<long>(frames_.size()) - 1, frames_);
+    frames_.pop_back();
+  }
+
+  bool is_open(std::string_view name) const {
+    return open_names_.maybe_open(name) &&
+           open_names_.find(name, BackwardHash::of(name), frames_) >= 0;
+  }
+
+  // Whether "</name>" begins at `at`; it may run past the range being parsed.
+  bool closes(long at, std::string_view name) const {
+    const std::size_t size = name.size() + 3;
+    if (static_cast<std::size_t>(at) + size > text_.size()) return false;
+    const char* tag = text_.data() + at;
+    return tag[0] == '<' && tag[1] == '/' && tag[size - 1] == '>' &&
+           scan::same_bytes(std::string_view(tag + 2, name.size()), name);
+  }
+
+  // "</" stands at `lt`, a range's position: closes the open elements whose closing tags begin
+  // there or inside that tag. False when it closes none.
+  bool close_at(long lt) {
+    const Frame& top = frames_.back();
+    if (frames_.size() > 1 && closes(lt, top.name)) {
+      const long gt = lt + static_cast<long>(top.name.size()) + 2;
+      close(static_cast<long>(frames_.size()) - 1, gt);
+      // A closing tag of an outer element can begin inside this one only if this name holds "<".
+      if (scan::find_byte(text_, '<', lt + 1, gt) >= 0) close_in_group(lt + 1, gt);
+      return true;
+    }
+    const long gt = first_gt_from(lt + 2);
+    return gt >= 0 && close_in_group(lt, gt);
+  }
+
+  // Closes the open elements named by the "</" that begin in [from, gt), whose names all end
+  // at the ">" at `gt`, in document order. False when it closes none.
+  bool close_in_group(long from, long gt) {
+    // One backward sweep hashes every name that ends at gt.
+    found_.clear();
+    std::uint64_t hash = BackwardHash::start();
+    for (long at = gt;; --at) {
+      const long lt = at - 2;
+      if (lt < from) break;
+      if (text_[lt] == '<' && text_[lt + 1] == '/' && lt < end_) {
+        const long frame = open_names_.find(text_.substr(at, gt - at), hash, frames_);
+        if (frame >= 0) found_.push_back(lt);
+      }
+      hash = BackwardHash::step(hash, text_[at - 1]);
+    }
+    bool closed = false;
+    for (auto lt = found_.rbegin(); lt != found_.rend(); ++lt) {
+      const std::string_view name = text_.substr(*lt + 2, gt - *lt - 2);
+      const long frame = open_names_.find(name, BackwardHash::of(name), frames_);
+      if (frame < 0) continue;  // gone with an outer element closed just before
+      close(frame, gt);
+      closed = true;
+    }
+    return closed;
+  }
+
+  // The range of frame `index` ends at a closing tag whose ">" is at `gt`.
+  void close(long index, long gt) {
+    if (static_cast<long>(frames_.size()) > index + 1) {
+      XmlTree::drop_last_child(*frames_[index].current);
+      while (static_cast<long>(frames_.size()) > index + 1) pop();
+    }
+    finish(frames_.back());
+    pop();
+    frames_.back().position = gt + 1;
+  }
+
+  // The innermost range cannot go on at `lt`: the rest of it is passed over, looking only for
+  // the closing tags of open elements.
+  void stop(long lt) {
+    if (frames_.size() == 1) {
+      done_ = true;
+      return;
+    }
+    for (long from = lt + 1; from < end_;) {
+      const long gt = first_gt_from(from);
+      if (gt < 0) break;
+      if (close_in_group(from, gt)) return;
+      from = gt + 1;
+    }
+    drop_open_elements();
+  }
+
+  // Where the last "</" that begins in the range stands, or -1.
+  long find_last_closing_start() const {
+    const char* data = text_.data();
+    for (std::size_t left = static_cast<std::size_t>(end_ - start_); left > 0;) {
+      const void* found = memrchr(data + start_, '<', left);
+      if (found == nullptr) break;
+      const long at = static_cast<const char*>(found) - data;
+      if (at + 1 < length() && data[at + 1] == '/') return at;
+      left = static_cast<std::size_t>(at - start_);
+    }
+    return -1;
+  }
+
+  // The first ">" at or after `from` in the whole text, or -1. Searches move forward, and one
+  // that starts before the last answer gets it again without reading the bytes twice.
+  long first_gt_from(long from) {
+    if (from >= gt_search_from_ && (gt_found_ < 0 || from <= gt_found_)) return gt_found_;
+    gt_search_from_ = from;
+    gt_found_ = scan::find_byte(text_, '>', from, length());
+    return gt_found_;
+  }
+
+  // No closing tag comes for the open elements: the lowest of them is dropped, and the
+  // top-level range ends there.
+  void drop_open_elements() {
+    XmlNode* dropped = frames_[1].node;
+    if (dropped == root_.get()) {
+      root_.reset();
+    } else {
+      XmlTree::drop_last_child(*frames_.front().current);
+    }
+    while (frames_.size() > 1) pop();
+    done_ = true;
+  }
+
+  // Appends an element to the range of `frame`.
   XmlNode& append(Frame& frame, std::string_view name) {
     if (frame.current == nullptr) {
       root_ = xml_node_new(name);
       frame.current = root_.get();
-      copy_text_into(*root_->document);
+      copy_range_into(XmlTree::document(*root_));
       return *root_;
     }
-    if (copy_ == nullptr) copy_text_into(*frame.current->document);
+    if (copy_ == nullptr) copy_range_into(XmlTree::document(*frame.current));
     // The caller's parent may be shared; the elements made here are not, until returned.
     if (frame.current == parent_) return xml_add_element(*parent_, name);
-    return xml_add_element_unshared(*frame.current, in_copy(name));
+    return XmlTree::add_element_unshared(*frame.current, in_copy(name));
   }
 
-  void copy_text_into(XmlDocument& document) {
+  void copy_range_into(XmlDocument& document) {
     copy_ = document.copy(text_.substr(start_, end_ - start_));
   }
 
-  // The bytes of `part` of the text in the tree's copy of it.
-  std::string_view in_copy(std::string_view part) const {
-    return {copy_ + (part.data() - text_.data() - start_), part.size()};
+  std::string_view in_copy(long start, long end) const {
+    return {copy_ + (start - start_), static_cast<std::size_t>(end - start)};
   }
-
-  void set_text(XmlNode& node, long start, long end) {
-    node.text_bytes = copy_ + (start - start_);
-    node.text_size = static_cast<std::size_t>(end - start);
+  std::string_view in_copy(std::string_view part) const {
+    const long start = part.data() - text_.data();
+    return in_copy(start, start + static_cast<long>(part.size()));
   }
 
   void finish(const Frame& frame) {
-    if (frame.parent == nullptr || frame.text_start < 0) return;
-    if (frame.parent == parent_) {
+    if (frame.node == nullptr || frame.text_start < 0) return;
+    if (frame.node == parent_) {
       xml_node_set_text(*parent_,
                         text_.substr(frame.text_start, frame.text_end - frame.text_start));
     } else {
-      set_text(*frame.parent, frame.text_start, frame.text_end);
+      XmlTree::set_text_view(*frame.node, in_copy(frame.text_start, frame.text_end));
     }
   }
 
   std::string_view text_;
-  ClosingTags closing_;
+  long start_;
+  long end_;
   XmlNode* parent_;
-  long start_ = 0;
-  long end_ = 0;
+  std::vector<Frame> frames_;
+  OpenNames open_names_;
+  std::vector<long> found_;
+  long gt_search_from_ = std::numeric_limits<long>::max();  // no search yet
+  long gt_found_ = -1;
+  long last_closing_ = -1;
   char* copy_ = nullptr;  // the tree's copy of text[start_, end_)
   std::unique_ptr<XmlNode> root_;
-  bool single_pass_ = false;
-  bool gave_up_ = false;
-  OpenNames open_names_;  // the single pass's open elements, by open_name_key
+  bool done_ = false;
 };
 
 }  // namespace
@@ -249,8 +435,9 @@ std::unique_ptr<XmlNode> xml_parse_element(XmlNode* parent, std::string_view tex
                                            long end) {
   text = c_text(text);
   start = std::max(start, 0L);
-  if (start >= std::min(end, static_cast<long>(text.size()))) return nullptr;
-  return Parser(text, parent).run(start, end);
+  end = std::min(end, static_cast<long>(text.size()));
+  if (start >= end) return nullptr;
+  return Parser(text, start, end, parent).run();
 }
 
 void xml_parse_attributes(XmlNode& node, std::string_view text, long start, long end) {

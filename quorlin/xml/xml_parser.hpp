@@ -12,12 +12,9 @@
 //   - attributes are split at double quotes, skipping one byte between them.
 // Malformed input ends the parse of the range it is in; what was built so far stays.
 //
-// The parse runs in time linear in the document: every search is bounded by its range, an
-// element that holds only text is closed by the tag right after it, and nesting is followed
-// with an explicit stack, so depth costs no stack. A document whose elements nest plainly is
-// read in one pass, each element closed by its own closing tag where the pass meets it; any
-// other is read again with an index of all "</...>", built in one pass and walked forward
-// once. The tree keeps one copy of the parsed range, and its names and texts are views of
+// The parse reads the text once, front to back, in time linear in the text: every search is
+// bounded by its range, and nesting is followed with an explicit stack, so depth costs no
+// stack. The tree keeps one copy of the parsed range, and its names and texts are views of
 // that copy.
 #ifndef QUORLIN_XML_XML_PARSER_HPP
 #define QUORLIN_XML_XML_PARSER_HPP

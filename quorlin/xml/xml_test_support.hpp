@@ -11,7 +11,7 @@ namespace quorlin {
 
 inline std::string describe(const XmlNode* node) {
   if (node == nullptr) return "null";
-  std::string out(node->name);
+  std::string out(xml_node_name(*node));
   if (const XmlAttributes& attributes = xml_node_attributes(*node); attributes.first != nullptr) {
     out += '[';
     for (auto* entry = attributes.first; entry != nullptr; entry = entry->next) {

@@ -64,7 +64,7 @@ void xml_write_node(const XmlNode& node, std::string& out) {
       node,
       [&out](const XmlNode& open) {
         out += '<';
-        out += open.name;
+        out += xml_node_name(open);
         for (auto* entry = xml_node_attributes(open).first; entry != nullptr; entry = entry->next) {
           out += ' ';
           out += entry->item.name;
@@ -77,7 +77,7 @@ void xml_write_node(const XmlNode& node, std::string& out) {
       [&out](const XmlNode& close) {
         if (const auto text = xml_node_text(close)) out += *text;
         out += "</";
-        out += close.name;
+        out += xml_node_name(close);
         out += '>';
       });
 }
@@ -92,7 +92,7 @@ void xml_node_dump(const XmlNode& node) {
   walk(
       node,
       [](const XmlNode& open) {
-        log_printf("<%.*s", printable(open.name), open.name.data());
+        log_printf("<%.*s", printable(xml_node_name(open)), xml_node_name(open).data());
         for (auto* entry = xml_node_attributes(open).first; entry != nullptr; entry = entry->next) {
           const XmlAttribute& attribute = entry->item;
           log_printf(" %.*s=\"%.*s\"", printable(attribute.name), attribute.name.data(),
@@ -104,7 +104,7 @@ void xml_node_dump(const XmlNode& node) {
         if (const auto text = xml_node_text(close)) {
           log_printf("%.*s", printable(*text), text->data());
         }
-        log_printf("</%.*s>\n", printable(close.name), close.name.data());
+        log_printf("</%.*s>\n", printable(xml_node_name(close)), xml_node_name(close).data());
       });
 }
 

@@ -1,8 +1,8 @@
-// Byte searches for the XML parser. Sixteen bytes are compared at once (SSE2) wherever sixteen
-// can be read inside the text; nothing is read outside it. Each search returns a position in
-// the text, or -1 when the bytes are not there.
-#ifndef QUORLIN_XML_XML_SCAN_HPP
-#define QUORLIN_XML_XML_SCAN_HPP
+// Byte searches for the XML parser (internal: not installed). Sixteen bytes are compared at once
+// (SSE2) wherever sixteen can be read inside the text; nothing is read outside it. Each search
+// returns a position in the text, or -1 when the bytes are not there.
+#ifndef QUORLIN_XML_XML_SCAN_INTERNAL_HPP
+#define QUORLIN_XML_XML_SCAN_INTERNAL_HPP
 
 #include <cstdint>
 #include <cstring>
@@ -47,22 +47,6 @@ inline long find_byte(std::string_view text, char byte, long from, long end) {
   return find_either(text, byte, byte, from, end);
 }
 
-// The next "</" at or after `from` in the text, or -1.
-inline long find_closing_start(std::string_view text, long from) {
-  const char* data = text.data();
-  const long length = static_cast<long>(text.size());
-#if defined(__SSE2__)
-  for (; from <= length - 17; from += 16) {
-    const unsigned pairs = byte_mask(data + from, '<') & byte_mask(data + from + 1, '/');
-    if (pairs != 0) return from + __builtin_ctz(pairs);
-  }
-#endif
-  for (; from + 1 < length; ++from) {
-    if (data[from] == '<' && data[from + 1] == '/') return from;
-  }
-  return -1;
-}
-
 // Whether two views hold the same bytes; tag names are short, so this stays inline.
 inline bool same_bytes(std::string_view a, std::string_view b) {
   const std::size_t size = a.size();
@@ -90,4 +74,4 @@ inline bool same_bytes(std::string_view a, std::string_view b) {
 
 }  // namespace quorlin::scan
 
-#endif  // QUORLIN_XML_XML_SCAN_HPP
+#endif  // QUORLIN_XML_XML_SCAN_INTERNAL_HPP

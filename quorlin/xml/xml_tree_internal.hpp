@@ -1,0 +1,114 @@
+// The storage of XML trees and the access to a node's fields, for the XML subsystem only: this
+// header is not installed.
+//
+// XmlDocument is an arena: it hands out memory from blocks that grow from 256 bytes to 256 KiB and
+// are freed together when the root goes, so building a tree costs a bump of a pointer per
+// piece and freeing it a few block frees however large or deep the tree is. Texts that a
+// setter replaces are the exception: they live in blocks of power-of-two sizes that go back to
+// a free list per size, so a text replaced any number of times costs no more than its largest
+// block. A tree that adopts another tree takes that tree's documents into its own chain, in
+// constant time; a node keeps allocating from the document it was made in. A document belongs
+// to one thread at a time, like its tree.
+#ifndef QUORLIN_XML_XML_TREE_INTERNAL_HPP
+#define QUORLIN_XML_XML_TREE_INTERNAL_HPP
+
+#include <array>
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+#include <string_view>
+#include <vector>
+
+#include "quorlin/xml/xml_node.hpp"
+
+namespace quorlin {
+
+class XmlDocument {
+ public:
+  XmlDocument() = default;
+  XmlDocument(const XmlDocument&) = delete;
+  XmlDocument& operator=(const XmlDocument&) = delete;
+  ~XmlDocument();  // the head of a chain frees every document in it
+
+  // Uninitialised memory for `size` bytes at `alignment` (a power of two), valid until the
+  // document is freed.
+  void* allocate(std::size_t size, std::size_t alignment) {
+    const std::size_t padding = -reinterpret_cast<std::uintptr_t>(next_) & (alignment - 1);
+    if (padding + size > left_) return allocate_in_new_block(size, alignment);
+    std::byte* result = next_ + padding;
+    next_ += padding + size;
+    left_ -= padding + size;
+    return result;
+  }
+
+  // A copy of `bytes` in the arena; never null, even for an empty view.
+  char* copy(std::string_view bytes);
+  std::string_view copy_text(std::string_view bytes) { return {copy(bytes), bytes.size()}; }
+
+  // A reusable block of at least `size` bytes for a text, and its return. block_capacity
+  // tells how many bytes a block holds.
+  char* allocate_text(std::size_t size);
+  void release_text(char* block);
+  static std::size_t block_capacity(const char* block);
+
+  // The root whose deletion frees this document; null once the root has been adopted.
+  const XmlNode* owner() const { return owner_; }
+  void set_owner(const XmlNode* owner) { owner_ = owner; }
+
+  // Takes the chain headed by `other` (a root's document) into this document's chain.
+  void adopt(XmlDocument* other);
+
+ private:
+  void* allocate_in_new_block(std::size_t size, std::size_t alignment);
+  std::byte* add_block(std::size_t size);
+  XmlDocument* head();
+
+  const XmlNode* owner_ = nullptr;
+  std::vector<std::unique_ptr<std::byte[]>> blocks_;
+  std::byte* next_ = nullptr;
+  std::size_t left_ = 0;
+  std::size_t block_size_ = 256;
+  std::array<char*, 64> free_texts_{};  // by log2 of the block's capacity
+  // The chain of documents that one tree uses: the head owns the others.
+  XmlDocument* head_ = this;  // may point to a former head; head() follows and shortens the path
+  XmlDocument* chain_next_ = nullptr;
+  XmlDocument* chain_last_ = this;  // meaningful in a head
+};
+
+template <typename Node>
+void* XmlArenaNodes::allocate() {
+  return document->allocate(sizeof(Node), alignof(Node));
+}
+
+// What the XML subsystem may do to a node beyond the public operations.
+struct XmlTree {
+  static constexpr std::size_t kOwnedText = std::size_t{1} << 63;
+
+  static XmlDocument& document(const XmlNode& node) { return *node.document_; }
+  static std::string_view name(const XmlNode& node) { return node.name_; }
+  static XmlChildren& children(XmlNode& node);
+  static const XmlChildren* children_or_null(const XmlNode& node) { return node.children_; }
+  static const XmlAttributes* attributes_or_null(const XmlNode& node) { return node.attributes_; }
+  static XmlAttributes& attributes(XmlNode& node);
+  static std::optional<std::string_view> text(const XmlNode& node) {
+    if (node.text_ == nullptr) return std::nullopt;
+    return std::string_view(node.text_, node.text_size_ & ~kOwnedText);
+  }
+  // Points the text at bytes of the node's document that belong to this node alone; a later
+  // setter may overwrite them but does not reuse them for another text.
+  static void set_text_view(XmlNode& node, std::string_view bytes);
+  static void set_text(XmlNode& node, std::optional<std::string_view> text);
+
+  // The List node that holds `node`: a root is made inside one, so that adoption can link it.
+  static XmlChild* holder(XmlNode* node);
+
+  // Appends an element whose name already lives in the parent's document, without copying the
+  // name and without the children List's lock: for a tree no other thread can reach yet.
+  static XmlNode& add_element_unshared(XmlNode& parent, std::string_view name_in_document);
+  // Unlinks the last child, which then stays unused in the document until the tree is freed.
+  static void drop_last_child(XmlNode& parent);
+};
+
+}  // namespace quorlin
+
+#endif  // QUORLIN_XML_XML_TREE_INTERNAL_HPP
