@@ -8,6 +8,7 @@
 #include <netinet/in.h>
 #include <sys/socket.h>
 
+#include <chrono>
 #include <string>
 #include <thread>
 
@@ -53,6 +54,7 @@ struct ReplyCase {
   bool succeeds;
   const char* body;
   const char* headers;
+  int timeout_ms = NO_TIMEOUT;  // a "|" in the reply is a pause of 100 ms
 };
 
 TEST(HttpPost, ScriptedReplies) {
@@ -76,18 +78,29 @@ TEST(HttpPost, ScriptedReplies) {
       {"headers cut short", "HTTP/1.1 200 OK\r\nContent-Le", false, nullptr, nullptr},
       {"a hostile length", "HTTP/1.1 200 OK\r\nContent-Length: 99999999999\r\n\r\nxyz", false,
        nullptr, nullptr},
+      // One timed receive of the whole length: each piece lands at the start of its buffer.
+      {"a timed body in two pieces", "HTTP/1.1 200 OK\r\nContent-Length: 6\r\n\r\nabc|def", true,
+       "def", "[Content-Length|6]", 5000},
+      {"a timed body that stops short", "HTTP/1.1 200 OK\r\nContent-Length: 6\r\n\r\nabc|", false,
+       nullptr, nullptr, 300},
   };
   for (const auto& c : cases) {
     std::string request;
     testing::ScriptedServer server([&](int descriptor) {
       request = testing::read_until_blank_line(descriptor);
       request += testing::read_bytes(descriptor, 3);
-      testing::write_bytes(descriptor, c.reply);
+      std::string_view reply = c.reply;
+      for (std::size_t pause; (pause = reply.find('|')) != std::string_view::npos;) {
+        testing::write_bytes(descriptor, reply.substr(0, pause));
+        std::this_thread::sleep_for(std::chrono::milliseconds(100));
+        reply.remove_prefix(pause + 1);
+      }
+      testing::write_bytes(descriptor, reply);
     });
     Connection connection = connection_open(0, "127.0.0.1", server.port());
     std::unique_ptr<FormFields> headers;
     std::string body = "untouched";
-    int status = http_post(connection, "example.org", "/p", "a=1", NO_TIMEOUT, &headers, &body);
+    int status = http_post(connection, "example.org", "/p", "a=1", c.timeout_ms, &headers, &body);
     EXPECT_EQ(status > 0, c.succeeds) << c.name << ": " << status;
     if (c.succeeds) {
       EXPECT_EQ(body, c.body) << c.name;

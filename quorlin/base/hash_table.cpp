@@ -44,7 +44,7 @@ void store_key(HashSlot& slot, std::string_view key) {
     slot.heap_key = static_cast<char*>(std::malloc(key.size()));
     target = slot.heap_key;
   }
-  std::memcpy(target, key.data(), key.size());
+  if (!key.empty()) std::memcpy(target, key.data(), key.size());  // an empty key may have no bytes
 }
 
 void drop_key(HashSlot& slot) {

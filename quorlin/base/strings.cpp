@@ -9,6 +9,7 @@
 namespace quorlin {
 
 std::string_view c_text(std::string_view text) {
+  if (text.empty()) return text;  // an empty view may have no bytes at all: memchr needs some
   const void* nul = std::memchr(text.data(), '\0', text.size());
   if (nul == nullptr) return text;
   return text.substr(0, static_cast<std::size_t>(static_cast<const char*>(nul) - text.data()));

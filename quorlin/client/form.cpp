@@ -10,6 +10,7 @@
 #include <cstdio>
 #include <cstring>
 
+#include "quorlin/base/strings.hpp"
 #include "quorlin/base/url.hpp"
 
 namespace quorlin {
@@ -19,10 +20,6 @@ namespace {
 // the peek starts small and doubles, so short lines cost little and long ones few system calls.
 constexpr std::size_t kFirstPeekBlock = 1024;
 constexpr std::size_t kLargestPeekBlock = 1024 * 1024;
-
-std::string_view up_to_nul(std::string_view text) {
-  return text.substr(0, std::min(text.find('\0'), text.size()));
-}
 
 // Waits for the descriptor as the timed receive does (10 ms steps while the elapsed count is
 // not above the time-out); -2 when it stays silent, else 1.
@@ -64,7 +61,7 @@ void form_add_long(Form& form, std::string_view name, long value) {
 long form_send(Connection connection, std::string_view text) {
   std::string line;
   line.reserve(text.size() + 3);
-  line.append(up_to_nul(text));
+  line.append(c_text(text));
   line += "\r\n";
   return send_all(connection, line.data(), static_cast<long>(line.size()));
 }
@@ -98,7 +95,7 @@ std::string read_line(Connection connection, int timeout_ms, int& status) {
     }
   }
   std::erase(line, '\r');
-  line.resize(up_to_nul(line).size());
+  line.resize(c_text(line).size());
   return line;
 }
 
@@ -111,7 +108,7 @@ std::string text_line(std::string_view text, long& next) {
   next = lf == std::string_view::npos ? -1 : static_cast<long>(lf + 1);
   std::string line(text.substr(0, lf));
   std::erase(line, '\r');
-  line.resize(up_to_nul(line).size());
+  line.resize(c_text(line).size());
   return line;
 }
 
@@ -121,7 +118,7 @@ std::string read_datagram_text(int descriptor, int& status, int timeout_ms) {
   status = static_cast<int>(received);
   if (received < 0) return std::string();
   std::string_view bytes(buffer.get(), std::min<long>(received, DATAGRAM_BUFFER_SIZE - 1));
-  return std::string(up_to_nul(bytes));
+  return std::string(c_text(bytes));
 }
 
 long scan_field(std::string_view text, long length, long start, char delimiter, int& stop) {
@@ -139,12 +136,12 @@ long scan_field(std::string_view text, long length, long start, char delimiter, 
 }
 
 long scan_field(std::string_view text, long start, char delimiter, int& stop) {
-  std::string_view until_nul = up_to_nul(text);
+  std::string_view until_nul = c_text(text);
   return scan_field(until_nul, static_cast<long>(until_nul.size()), start, delimiter, stop);
 }
 
 void form_parse(FormFields& fields, std::string_view text) {
-  text = up_to_nul(text);
+  text = c_text(text);
   const long length = static_cast<long>(text.size());
   bool last = false;
   for (long p = 0; p < length && !last;) {

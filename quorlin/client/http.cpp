@@ -1,6 +1,8 @@
 // The HTTP exchange. Header lines come from read_line, so bytes after the header section stay on
-// the Connection for the body. A body announced by Content-Length is received in blocks of at
-// most 1 MiB, so a hostile length costs memory only as its bytes arrive.
+// the Connection for the body. A body announced by Content-Length is one timed receive of
+// exactly that many bytes into a zeroed buffer, whose pages the system provides only as bytes
+// arrive; a length that no buffer can hold is a body that never completes. The body is a text:
+// it ends at its first NUL.
 #include "quorlin/client/http.hpp"
 
 #include <arpa/inet.h>
@@ -8,14 +10,14 @@
 
 #include <algorithm>
 #include <cstdlib>
+#include <memory>
 
 #include "quorlin/base/log.hpp"
+#include "quorlin/base/strings.hpp"
 #include "quorlin/net/net.hpp"
 
 namespace quorlin {
 namespace {
-
-constexpr long kBodyBlock = 1 << 20;
 
 struct HeaderFacts {
   long content_length = -1;  // -1: not announced
@@ -65,17 +67,14 @@ int read_chunked_body(Connection connection, int timeout_ms, std::string& body) 
 }
 
 int read_sized_body(Connection connection, long length, int timeout_ms, std::string& body) {
-  int status = RECV_COMPLETE;
-  for (long received = 0; received < length;) {
-    long block = std::min(kBodyBlock, length - received);
-    body.resize(received + block);
-    long got = recv_exact(connection, body.data() + received, block, timeout_ms, status);
-    received += got;
-    if (got < block) {
-      body.resize(received);
-      return -1;
-    }
-  }
+  if (length == 0) return RECV_COMPLETE;
+  // Zeroed, so that what a timed receive leaves unwritten reads as the text's end.
+  std::unique_ptr<char, decltype(&std::free)> buffer(
+      static_cast<char*>(std::calloc(static_cast<std::size_t>(length), 1)), &std::free);
+  if (buffer == nullptr) return -1;
+  int status = 0;
+  if (recv_exact(connection, buffer.get(), length, timeout_ms, status) < length) return -1;
+  body = c_text(std::string_view(buffer.get(), static_cast<std::size_t>(length)));
   return status;
 }
 

@@ -70,6 +70,22 @@ TEST(ProxySettings, KeysTypesAndUnknownKeys) {
   EXPECT_EQ(settings->user, "bob");
   EXPECT_EQ(proxy_settings_set_text(*settings, "proxy_port", "80"), 0);
   EXPECT_EQ(settings->port, 0);
+
+  // The smaller record: type, host, port, user, password, filled with copies; null is absent.
+  proxy_settings_set_int(*settings, "proxy_port", 1080);
+  proxy_settings_set_text(*settings, "proxy_host", "proxy.example");
+  const ProxyInfo from_settings = proxy_settings_info(*settings);
+  EXPECT_EQ(from_settings, (ProxyInfo{0, "proxy.example", 1080, "bob", std::nullopt}));
+  std::string host = "h";
+  ProxyInfo info;
+  proxy_info_fill(info, 2, host.c_str(), 9050, nullptr, "pw");
+  host = "changed";
+  EXPECT_EQ(info, (ProxyInfo{2, "h", 9050, std::nullopt, "pw"}));
+  ProxyInfo copy;
+  proxy_info_copy(copy, info);
+  proxy_info_clear(info);
+  EXPECT_EQ(info, (ProxyInfo{2, std::nullopt, 9050, std::nullopt, std::nullopt}));
+  EXPECT_EQ(copy, (ProxyInfo{2, "h", 9050, std::nullopt, "pw"}));
 }
 
 TEST(Base64, EncodesWithPadding) {

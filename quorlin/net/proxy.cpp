@@ -270,6 +270,33 @@ std::unique_ptr<ProxySettings> proxy_settings_new() {
   return std::make_unique<ProxySettings>();
 }
 
+namespace {
+std::optional<std::string> optional_copy(const char* text) {
+  if (text == nullptr) return std::nullopt;
+  return std::string(text);
+}
+}  // namespace
+
+void proxy_info_fill(ProxyInfo& info, unsigned type, const char* host, int port, const char* user,
+                     const char* password) {
+  info = ProxyInfo{type, optional_copy(host), port, optional_copy(user), optional_copy(password)};
+}
+
+void proxy_info_copy(ProxyInfo& target, const ProxyInfo& source) {
+  target = source;
+}
+
+void proxy_info_clear(ProxyInfo& info) {
+  if (info.password) explicit_bzero(info.password->data(), info.password->size());
+  info.host.reset();
+  info.user.reset();
+  info.password.reset();
+}
+
+ProxyInfo proxy_settings_info(const ProxySettings& settings) {
+  return ProxyInfo{settings.type, settings.host, settings.port, settings.user, settings.password};
+}
+
 int proxy_settings_set_int(ProxySettings& settings, std::string_view key, int value) {
   if (key == "proxy_type") {
     unsigned type = static_cast<unsigned>(value);

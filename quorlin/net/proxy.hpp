@@ -33,6 +33,28 @@ struct ProxySettings {
 
 std::unique_ptr<ProxySettings> proxy_settings_new();
 
+// The smaller proxy record: the settings without the debug flag, as a value that owns its
+// texts (std::nullopt for an absent one); copying it copies them.
+struct ProxyInfo {
+  unsigned type = PROXY_TYPE_NONE;
+  std::optional<std::string> host;
+  int port = 0;
+  std::optional<std::string> user;
+  std::optional<std::string> password;
+
+  bool operator==(const ProxyInfo&) const = default;
+};
+
+// Fills `info` with the type and port and copies of the three texts; a null text is absent.
+void proxy_info_fill(ProxyInfo& info, unsigned type, const char* host, int port, const char* user,
+                     const char* password);
+// Makes `target` a deep copy of `source`.
+void proxy_info_copy(ProxyInfo& target, const ProxyInfo& source);
+// Frees the three texts; the type and port stay.
+void proxy_info_clear(ProxyInfo& info);
+// The settings' proxy as the smaller record.
+ProxyInfo proxy_settings_info(const ProxySettings& settings);
+
 // "proxy_type" (above 4, compared unsigned, stores 0), "proxy_port", "proxy_debug" (stored as
 // value != 0): returns 1. Any other key changes nothing and returns 0.
 int proxy_settings_set_int(ProxySettings& settings, std::string_view key, int value);
