@@ -17,6 +17,10 @@ write_basic_package_version_file(${PROJECT_BINARY_DIR}/quorlinConfigVersion.cmak
 install(FILES ${PROJECT_BINARY_DIR}/quorlinConfig.cmake
               ${PROJECT_BINARY_DIR}/quorlinConfigVersion.cmake DESTINATION ${config_dir})
 
+# The prefix as a path from the .pc file's own folder, however deep the libdir is
+# (lib/x86_64-linux-gnu on Debian), so that the installed tree can be moved.
+file(RELATIVE_PATH QUORLIN_PC_PREFIX_FROM_PCFILEDIR
+     /prefix/${CMAKE_INSTALL_LIBDIR}/pkgconfig /prefix)
 configure_file(packaging/quorlin.pc.in ${PROJECT_BINARY_DIR}/quorlin.pc @ONLY)
 install(FILES ${PROJECT_BINARY_DIR}/quorlin.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
 

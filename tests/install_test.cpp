@@ -59,8 +59,8 @@ TEST_F(InstallTest, ConsumerBuildsThroughTheCMakePackage) {
 TEST_F(InstallTest, ConsumerBuildsThroughPkgConfig) {
   const std::string log = dir_.file("pkg-config.log");
   ASSERT_EQ(
-      run(QUORLIN_CXX_COMPILER " -std=c++20 " QUORLIN_CXX_FLAGS " " QUORLIN_SOURCE_DIR
-                               "/tests/consumer/list_networks.cpp -o " +
+      run(QUORLIN_CXX_COMPILER " -std=c++20 -Werror=missing-include-dirs " QUORLIN_CXX_FLAGS
+                               " " QUORLIN_SOURCE_DIR "/tests/consumer/list_networks.cpp -o " +
           dir_.file("list_networks") + " " + QUORLIN_LINKER_FLAGS " $(PKG_CONFIG_PATH=" + prefix() +
           "/" QUORLIN_LIBDIR "/pkgconfig pkg-config --cflags --libs quorlin) >" + log + " 2>&1"),
       0)

@@ -78,7 +78,8 @@ class ProxyTest : public ::testing::Test {
 TEST_F(ProxyTest, Socks5WithPasswordThroughMicrosocks) {
   REQUIRE_PROGRAM("/usr/bin/microsocks", "microsocks");
   int port = testing::free_port();
-  start({"microsocks", "-i", "127.0.0.1", "-p", std::to_string(port), "-u", kUser, "-P", kPassword},
+  start({"/usr/bin/microsocks", "-i", "127.0.0.1", "-p", std::to_string(port), "-u", kUser, "-P",
+         kPassword},
         port);
   expect_tunnel(*settings_for(PROXY_TYPE_SOCKS5, port, kUser, kPassword), target_);
   expect_failure(*settings_for(PROXY_TYPE_SOCKS5, port, kUser, "wrong"), target_.port());
@@ -93,7 +94,7 @@ TEST_F(ProxyTest, Socks4AndSocks5ThroughDante) {
                                "client pass {\n from: 127.0.0.0/8 to: 0.0.0.0/0\n log: error\n}\n"
                                "socks pass {\n from: 127.0.0.0/8 to: 0.0.0.0/0\n command: connect\n"
                                " protocol: tcp\n log: error\n}\n");
-  start({"danted", "-f", dir_.file("dante.conf"), "-p", dir_.file("danted.pid")}, port);
+  start({"/usr/sbin/danted", "-f", dir_.file("dante.conf"), "-p", dir_.file("danted.pid")}, port);
   expect_tunnel(*settings_for(PROXY_TYPE_SOCKS5, port), target_);
   expect_failure(*settings_for(PROXY_TYPE_SOCKS5, port), closed_port_);
   // dante reads the 4a marker 0.0.0.1 as an address and refuses it (status 91).
@@ -131,9 +132,10 @@ TEST_F(ProxyTest, Socks4aThroughSshDynamicForwarding) {
             0);
   const char* user = std::getenv("USER");
   std::string login = std::string(user ? user : "root") + "@127.0.0.1";
-  start({"ssh", "-N", "-D", "127.0.0.1:" + std::to_string(port), "-p", std::to_string(ssh_port),
-         "-i", d + "/clientkey", "-o", "BatchMode=yes", "-o", "ExitOnForwardFailure=yes", "-o",
-         "IdentitiesOnly=yes", "-o", "UserKnownHostsFile=" + d + "/known_hosts", login},
+  start({"/usr/bin/ssh", "-N", "-D", "127.0.0.1:" + std::to_string(port), "-p",
+         std::to_string(ssh_port), "-i", d + "/clientkey", "-o", "BatchMode=yes", "-o",
+         "ExitOnForwardFailure=yes", "-o", "IdentitiesOnly=yes", "-o",
+         "UserKnownHostsFile=" + d + "/known_hosts", login},
         port);
   expect_tunnel(*settings_for(PROXY_TYPE_SOCKS4, port, "anyone"), target_);
   expect_failure(*settings_for(PROXY_TYPE_SOCKS4, port, "anyone"), closed_port_);
@@ -155,13 +157,13 @@ TEST_F(ProxyTest, HttpConnectThroughTinyproxy) {
   REQUIRE_PROGRAM("/usr/bin/tinyproxy", "tinyproxy");
   int port = testing::free_port();
   dir_.write("open.conf", tinyproxy_config(port, target_.port(), closed_port_, false));
-  start({"tinyproxy", "-d", "-c", dir_.file("open.conf")}, port);
+  start({"/usr/bin/tinyproxy", "-d", "-c", dir_.file("open.conf")}, port);
   expect_tunnel(*settings_for(PROXY_TYPE_HTTP, port), target_);
   expect_failure(*settings_for(PROXY_TYPE_HTTP_ALT, port), closed_port_);  // 500
 
   int auth_port = testing::free_port();
   dir_.write("auth.conf", tinyproxy_config(auth_port, target_.port(), closed_port_, true));
-  ChildProcess authenticating({"tinyproxy", "-d", "-c", dir_.file("auth.conf")});
+  ChildProcess authenticating({"/usr/bin/tinyproxy", "-d", "-c", dir_.file("auth.conf")});
   ASSERT_TRUE(testing::wait_for_port(auth_port));
   expect_tunnel(*settings_for(PROXY_TYPE_HTTP, auth_port, kUser, kPassword), target_);
   expect_failure(*settings_for(PROXY_TYPE_HTTP, auth_port, kUser, "wrong"), target_.port());
@@ -188,7 +190,7 @@ TEST_F(ProxyTest, HttpConnectThroughSquidAnswers407) {
                  std::to_string(target_.port()) +
                  "\nhttp_access deny !lo\nhttp_access deny !users\nhttp_access allow target\n"
                  "http_access deny all\n");
-  start({"squid", "-N", "-d", "1", "-f", dir_.file("squid.conf")}, port);
+  start({"/usr/sbin/squid", "-N", "-d", "1", "-f", dir_.file("squid.conf")}, port);
   expect_tunnel(*settings_for(PROXY_TYPE_HTTP, port, kUser, kPassword), target_);
   expect_failure(*settings_for(PROXY_TYPE_HTTP, port, kUser, "wrong"), target_.port());
   expect_failure(*settings_for(PROXY_TYPE_HTTP, port), target_.port());
