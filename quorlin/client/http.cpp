@@ -1,12 +1,13 @@
 // The HTTP exchange. Header lines come from read_line, so bytes after the header section stay on
 // the Connection for the body. A body announced by Content-Length is one timed receive of
-// exactly that many bytes into a zeroed buffer, whose pages the system provides only as bytes
-// arrive; a length that no buffer can hold is a body that never completes. The body is a text:
+// exactly that many bytes into a zeroed mapping, whose pages the system provides only as bytes
+// arrive; a length that no mapping can hold is a body that never completes. The body is a text:
 // it ends at its first NUL.
 #include "quorlin/client/http.hpp"
 
 #include <arpa/inet.h>
 #include <netinet/in.h>
+#include <sys/mman.h>
 
 #include <algorithm>
 #include <cstdlib>
@@ -66,15 +67,33 @@ int read_chunked_body(Connection connection, int timeout_ms, std::string& body) 
   return status;
 }
 
+// A zeroed buffer of `size` bytes whose pages the system provides only when they are written,
+// so that an announced length costs memory only as its bytes arrive; null when no mapping of
+// that size can be made.
+struct LazyBuffer {
+  explicit LazyBuffer(std::size_t size)
+      : size(size),
+        bytes(mmap(nullptr, size, PROT_READ | PROT_WRITE,
+                   MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE, -1, 0)) {}
+  LazyBuffer(const LazyBuffer&) = delete;
+  LazyBuffer& operator=(const LazyBuffer&) = delete;
+  ~LazyBuffer() {
+    if (bytes != MAP_FAILED) munmap(bytes, size);
+  }
+  char* data() const { return bytes == MAP_FAILED ? nullptr : static_cast<char*>(bytes); }
+
+  std::size_t size;
+  void* bytes;
+};
+
 int read_sized_body(Connection connection, long length, int timeout_ms, std::string& body) {
   if (length == 0) return RECV_COMPLETE;
-  // Zeroed, so that what a timed receive leaves unwritten reads as the text's end.
-  std::unique_ptr<char, decltype(&std::free)> buffer(
-      static_cast<char*>(std::calloc(static_cast<std::size_t>(length), 1)), &std::free);
-  if (buffer == nullptr) return -1;
+  const LazyBuffer buffer(static_cast<std::size_t>(length));
+  if (buffer.data() == nullptr) return -1;
   int status = 0;
-  if (recv_exact(connection, buffer.get(), length, timeout_ms, status) < length) return -1;
-  body = c_text(std::string_view(buffer.get(), static_cast<std::size_t>(length)));
+  // What a timed receive leaves unwritten is zero, and reads as the text's end.
+  if (recv_exact(connection, buffer.data(), length, timeout_ms, status) < length) return -1;
+  body = c_text(std::string_view(buffer.data(), static_cast<std::size_t>(length)));
   return status;
 }
 
