@@ -9,7 +9,6 @@
 #include <netinet/in.h>
 #include <sys/mman.h>
 
-#include <algorithm>
 #include <cstdlib>
 #include <memory>
 

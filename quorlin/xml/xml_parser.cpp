@@ -296,14 +296,14 @@ class Parser {
       if (lt < from) break;
       if (text_[lt] == '<' && text_[lt + 1] == '/' && lt < end_) {
         const long frame = open_names_.find(text_.substr(at, gt - at), hash, frames_);
-        if (frame >= 0) found_.push_back(lt);
+        if (frame >= 0) found_.push_back({lt, hash});
       }
       hash = BackwardHash::step(hash, text_[at - 1]);
     }
     bool closed = false;
-    for (auto lt = found_.rbegin(); lt != found_.rend(); ++lt) {
-      const std::string_view name = text_.substr(*lt + 2, gt - *lt - 2);
-      const long frame = open_names_.find(name, BackwardHash::of(name), frames_);
+    for (auto found = found_.rbegin(); found != found_.rend(); ++found) {
+      const std::string_view name = text_.substr(found->lt + 2, gt - found->lt - 2);
+      const long frame = open_names_.find(name, found->hash, frames_);
       if (frame < 0) continue;  // gone with an outer element closed just before
       close(frame, gt);
       closed = true;
@@ -415,7 +415,11 @@ class Parser {
   XmlNode* parent_;
   std::vector<Frame> frames_;
   OpenNames open_names_;
-  std::vector<long> found_;
+  struct FoundClosing {
+    long lt;
+    std::uint64_t hash;  // of the name it closes
+  };
+  std::vector<FoundClosing> found_;
   long gt_search_from_ = std::numeric_limits<long>::max();  // no search yet
   long gt_found_ = -1;
   long last_closing_ = -1;
