@@ -43,8 +43,8 @@ TEST(HttpPost, AgainstPythonHttpServer) {
   EXPECT_GT(http_post(connection, "127.0.0.1", "/form", "a=1&b=x+y", 5000, &headers, &body), 0);
   EXPECT_EQ(body, "path=/form&body=a=1&b=x+y");
   ASSERT_NE(headers, nullptr);
-  EXPECT_NE(form_get(*headers, "Server"), nullptr);
-  EXPECT_EQ(*form_get(*headers, "Content-Length"), "25");
+  EXPECT_NE(form_get(*headers, "Server"), std::nullopt);
+  EXPECT_EQ(form_get(*headers, "Content-Length"), "25");
   connection_close(connection);
 }
 

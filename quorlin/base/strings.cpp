@@ -3,6 +3,7 @@
 #include <climits>
 
 #include <algorithm>
+#include <charconv>
 #include <cstdio>
 #include <cstring>
 
@@ -47,9 +48,8 @@ std::string str_concat(std::initializer_list<std::string_view> parts) {
 }
 
 std::string str_from_long(long value) {
-  char buffer[21];
-  std::snprintf(buffer, sizeof buffer, "%ld", value);
-  return buffer;
+  char buffer[24];  // "-9223372036854775808" and room to spare
+  return std::string(buffer, std::to_chars(buffer, buffer + sizeof buffer, value).ptr);
 }
 
 std::string str_copy(std::string_view text) {
@@ -144,6 +144,24 @@ long decimal_prefix(std::string_view text) {
     }
   }
   return value;
+}
+
+std::string base64_encode(std::string_view bytes) {
+  static constexpr char kAlphabet[] =
+      "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
+  std::string out;
+  out.reserve(4 * ((bytes.size() + 2) / 3));
+  for (std::size_t i = 0; i < bytes.size(); i += 3) {
+    std::size_t left = bytes.size() - i;
+    unsigned group = static_cast<unsigned char>(bytes[i]) << 16;
+    if (left > 1) group |= static_cast<unsigned char>(bytes[i + 1]) << 8;
+    if (left > 2) group |= static_cast<unsigned char>(bytes[i + 2]);
+    out += kAlphabet[(group >> 18) & 63];
+    out += kAlphabet[(group >> 12) & 63];
+    out += left > 1 ? kAlphabet[(group >> 6) & 63] : '=';
+    out += left > 2 ? kAlphabet[group & 63] : '=';
+  }
+  return out;
 }
 
 }  // namespace quorlin

@@ -67,6 +67,9 @@ char hex_digit(unsigned value);
 // 0..9 for "0".."9", 10..15 for "a".."f"; 0 for every other byte, upper-case digits included.
 int hex_value(char digit);
 
+// Standard base64 with "=" padding.
+std::string base64_encode(std::string_view bytes);
+
 // Two lower-case digits per byte, high half first.
 std::string hex_encode(std::span<const std::uint8_t> bytes);
 

@@ -87,6 +87,16 @@ TEST(Hex, DigitsValuesAndRoundTrips) {
   EXPECT_EQ(hex_decode(text), all);
 }
 
+TEST(Base64, EncodesWithPadding) {
+  const struct {
+    const char* plain;
+    const char* encoded;
+  } cases[] = {{"a:b", "YTpi"},     {"ab:", "YWI6"}, {"a:", "YTo="},
+               {"a", "YQ=="},       {"", ""},        {"alice:s3cret", "YWxpY2U6czNjcmV0"},
+               {"\xff\xfe", "//4="}};
+  for (const auto& c : cases) EXPECT_EQ(base64_encode(c.plain), c.encoded) << c.plain;
+}
+
 TEST(Strings, SmallHelpers) {
   EXPECT_EQ(str_from_long(-2147483648L), "-2147483648");
   EXPECT_EQ(str_from_long(LONG_MIN), std::to_string(LONG_MIN));

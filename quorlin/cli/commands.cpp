@@ -11,6 +11,7 @@
 #include <ctime>
 #include <string>
 
+#include "quorlin/base/strings.hpp"
 #include "quorlin/client/service.hpp"
 
 namespace quorlin {
@@ -102,7 +103,7 @@ void cmd_create(const char* first, const char* second) {
   list_append(members, Text(second));
   std::srand(static_cast<unsigned>(std::time(nullptr)));
   for (int attempt = 0; attempt < CREATE_ATTEMPTS; ++attempt) {
-    std::string name = std::string(first) + "_" + second + "_net_" + std::to_string(std::rand());
+    std::string name = std::string(first) + "_" + second + "_net_" + str_from_long(std::rand());
     if (auto network = add_network(name, members, 0, 0)) {
       std::fprintf(stderr,
                    "quorlinadmin:CreateNetwork: Network %s successfully created with id %d\n",

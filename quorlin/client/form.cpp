@@ -7,7 +7,6 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <cstdio>
 #include <cstring>
 
 #include "quorlin/base/strings.hpp"
@@ -47,15 +46,11 @@ void form_add_field(Form& form, std::string_view name, std::string_view value) {
 }
 
 void form_add_int(Form& form, std::string_view name, int value) {
-  char number[32];
-  int length = std::snprintf(number, sizeof number, "%d", value);
-  form_add_field(form, name, std::string_view(number, length));
+  form_add_field(form, name, str_from_long(value));
 }
 
 void form_add_long(Form& form, std::string_view name, long value) {
-  char number[32];
-  int length = std::snprintf(number, sizeof number, "%ld", value);
-  form_add_field(form, name, std::string_view(number, length));
+  form_add_field(form, name, str_from_long(value));
 }
 
 long form_send(Connection connection, std::string_view text) {
@@ -112,7 +107,7 @@ std::string text_line(std::string_view text, long& next) {
   return line;
 }
 
-std::string read_datagram_text(int descriptor, int& status, int timeout_ms) {
+std::string read_datagram_text(int descriptor, int timeout_ms, int& status) {
   long received = 0;
   auto buffer = recv_datagram(descriptor, received, timeout_ms);
   status = static_cast<int>(received);
@@ -162,11 +157,11 @@ void form_parse(FormFields& fields, std::string_view text) {
   }
 }
 
-const std::string* form_get(const FormFields& fields, std::string_view name) {
+std::optional<std::string_view> form_get(const FormFields& fields, std::string_view name) {
   for (const auto* node = fields.first; node != nullptr; node = node->next) {
-    if (node->item->name == name) return &node->item->value;
+    if (node->item->name == name) return node->item->value;
   }
-  return nullptr;
+  return std::nullopt;
 }
 
 void form_fields_clear(FormFields& fields) {

@@ -9,6 +9,7 @@
 #define QUORLIN_CLIENT_FORM_HPP
 
 #include <memory>
+#include <optional>
 #include <string>
 #include <string_view>
 
@@ -50,7 +51,7 @@ std::string read_reply_line(Connection connection, int& status);
 std::string text_line(std::string_view text, long& next);
 
 // One datagram as text (at most 2999 bytes); `status` is the bytes received, or negative.
-std::string read_datagram_text(int descriptor, int& status, int timeout_ms);
+std::string read_datagram_text(int descriptor, int timeout_ms, int& status);
 
 // Counts the characters from `start` up to `delimiter` (stop 0) or CR, LF or the end (stop 1).
 long scan_field(std::string_view text, long length, long start, char delimiter, int& stop);
@@ -60,8 +61,9 @@ long scan_field(std::string_view text, long start, char delimiter, int& stop);
 // "=" ends the parsing.
 void form_parse(FormFields& fields, std::string_view text);
 
-// The value of the first field named `name` exactly, owned by the List; null when absent.
-const std::string* form_get(const FormFields& fields, std::string_view name);
+// The value of the first field named `name` exactly, borrowed from the List; std::nullopt when
+// no field has that name.
+std::optional<std::string_view> form_get(const FormFields& fields, std::string_view name);
 
 void form_fields_clear(FormFields& fields);
 

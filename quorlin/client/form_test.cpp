@@ -138,10 +138,9 @@ TEST(FormParse, FieldsTable) {
 TEST(FormGet, ReturnsTheFirstOfDuplicates) {
   FormFields fields;
   form_parse(fields, "k=1&K=2&k=3");
-  ASSERT_NE(form_get(fields, "k"), nullptr);
-  EXPECT_EQ(*form_get(fields, "k"), "1");
-  EXPECT_EQ(*form_get(fields, "K"), "2");
-  EXPECT_EQ(form_get(fields, "missing"), nullptr);
+  EXPECT_EQ(form_get(fields, "k"), "1");
+  EXPECT_EQ(form_get(fields, "K"), "2");
+  EXPECT_EQ(form_get(fields, "missing"), std::nullopt);
 }
 
 }  // namespace

@@ -120,17 +120,14 @@ int exchange_stream(Connection connection, const std::string& request, int timeo
 
 int exchange_datagram(int descriptor, const std::string& request, const char* peer_address,
                       int peer_port, int timeout_ms, std::string* reply_body) {
-  sockaddr_in peer{};
-  peer.sin_family = AF_INET;
-  peer.sin_port = htons(static_cast<uint16_t>(peer_port));
-  peer.sin_addr.s_addr = peer_address != nullptr ? inet_addr(peer_address) : htonl(INADDR_ANY);
+  sockaddr_in peer = ipv4_socket_address(peer_address, peer_port);
   int status = static_cast<int>(send_datagram(descriptor, request.data(), request.size(),
                                               reinterpret_cast<sockaddr*>(&peer), sizeof peer));
   if (status < 0) {
     if (net_log_level() < NET_LOG_LEVEL_DEFAULT) log_printf("Error sending");
     return status;
   }
-  std::string reply = read_datagram_text(descriptor, status, timeout_ms);
+  std::string reply = read_datagram_text(descriptor, timeout_ms, status);
   if (status > 0 && reply_body != nullptr) *reply_body = std::move(reply);
   return status;
 }
@@ -144,7 +141,9 @@ std::string http_request_text(std::string_view host, std::string_view path, std:
   request.append("Host: ").append(host).append("\r\n");
   request.append("User-Agent: Quorlin\r\n");
   request.append("Content-type: application/x-www-form-urlencoded\r\n");
-  request.append("Content-Length: ").append(std::to_string(body.size())).append("\r\n\r\n");
+  request.append("Content-Length: ")
+      .append(str_from_long(static_cast<long>(body.size())))
+      .append("\r\n\r\n");
   request.append(body);
   return request;
 }

@@ -5,9 +5,11 @@
 
 #include <algorithm>
 #include <cstdlib>
+#include <initializer_list>
 #include <optional>
 #include <string>
 
+#include "quorlin/base/strings.hpp"
 #include "quorlin/client/form.hpp"
 #include "quorlin/records/record_reader.hpp"
 #include "quorlin/records/record_writer.hpp"
@@ -15,12 +17,26 @@
 namespace quorlin {
 namespace {
 
+// One field of the request form: a number, written in decimal, or a text.
+struct FormArgument {
+  FormArgument(std::string_view name, long number) : name(name), value(str_from_long(number)) {}
+  FormArgument(std::string_view name, std::string_view text) : name(name), value(text) {}
+  std::string_view name;
+  std::string value;
+};
+
+// The call connects on construction and builds its form only when it is connected; each kind of
+// call below returns its not-connected result itself, so that no operation needs to ask.
 class ServiceCall {
  public:
-  explicit ServiceCall(ServiceCode code) : connection_(connect_to_service()) {
+  ServiceCall(ServiceCode code, std::initializer_list<FormArgument> arguments = {})
+      : connection_(connect_to_service()) {
     if (connection_ < 0) return;
     form_ = form_create(SERVICE_FORM_CAPACITY);
     form_add_int(*form_, "p2pnet_command", code);
+    for (const FormArgument& argument : arguments) {
+      form_add_field(*form_, argument.name, argument.value);
+    }
   }
   ~ServiceCall() {
     if (connection_ >= 0) close_service_connection(connection_);
@@ -29,7 +45,6 @@ class ServiceCall {
   ServiceCall& operator=(const ServiceCall&) = delete;
 
   bool connected() const { return connection_ >= 0; }
-  Form& form() { return *form_; }
   Connection connection() const { return connection_; }
 
   // Sends the form line, then `document` as a second line when given, and reads the reply.
@@ -53,12 +68,12 @@ class ServiceCall {
 
 // The "p2pnet_retval" of a parsed reply, converted as atoi does, or ERR_NO_RETVAL.
 int retval_of(const FormFields& fields) {
-  const std::string* retval = form_get(fields, "p2pnet_retval");
-  return retval != nullptr ? std::atoi(retval->c_str()) : ERR_NO_RETVAL;
+  const auto retval = form_get(fields, "p2pnet_retval");
+  return retval ? static_cast<int>(decimal_prefix(*retval)) : ERR_NO_RETVAL;  // as atoi reads it
 }
 
 // Copies `value` into `buffer`, cut to fit, NUL-terminated.
-void copy_bounded(std::span<char> buffer, const std::string& value) {
+void copy_bounded(std::span<char> buffer, std::string_view value) {
   if (buffer.empty()) return;
   std::size_t length = std::min(value.size(), buffer.size() - 1);
   std::copy_n(value.data(), length, buffer.data());
@@ -114,52 +129,39 @@ int close_service_connection(Connection connection) {
 }
 
 std::unique_ptr<ServiceState> get_service_state(int type) {
-  ServiceCall call(CODE_GET_SERVICE_STATE);
-  if (call.connected()) form_add_int(call.form(), "p2pnet_type", type);
+  ServiceCall call(CODE_GET_SERVICE_STATE, {{"p2pnet_type", type}});
   return document_call(call, service_state_parse);
 }
 
 int set_service_type(int type) {
-  ServiceCall call(CODE_SET_SERVICE_TYPE);
-  if (call.connected()) form_add_int(call.form(), "p2pnet_type", type);
+  ServiceCall call(CODE_SET_SERVICE_TYPE, {{"p2pnet_type", type}});
   return no_reply_call(call);
 }
 
 std::unique_ptr<PeerNetworkList> get_networks(int type) {
-  ServiceCall call(CODE_GET_NETWORKS);
-  if (call.connected()) form_add_int(call.form(), "p2pnet_type", type);
+  ServiceCall call(CODE_GET_NETWORKS, {{"p2pnet_type", type}});
   return document_call(call, peer_network_list_parse);
 }
 
 std::unique_ptr<PeerNetwork> add_network(OptionalText name, const TextList& members, int type,
                                          int connection_type) {
   ServiceCall call(CODE_ADD_NETWORK);
-  if (!call.connected()) return nullptr;
   const std::string document = add_network_request_to_text(name, members, type, connection_type);
   return document_call(call, peer_network_parse, &document);
 }
 
 std::unique_ptr<PeerMember> invite_member(long network, std::string_view email) {
-  ServiceCall call(CODE_INVITE_MEMBER);
-  if (call.connected()) {
-    form_add_long(call.form(), "p2pnet_network", network);
-    form_add_field(call.form(), "p2pnet_email", email);
-  }
+  ServiceCall call(CODE_INVITE_MEMBER, {{"p2pnet_network", network}, {"p2pnet_email", email}});
   return document_call(call, peer_member_parse);
 }
 
 int drop_network(long network) {
-  ServiceCall call(CODE_DROP_NETWORK);
-  if (call.connected()) form_add_long(call.form(), "p2pnet_network", network);
+  ServiceCall call(CODE_DROP_NETWORK, {{"p2pnet_network", network}});
   return no_reply_call(call);
 }
 
 int get_connection_info(long network, std::string_view peer, PeerConnectionInfo& info) {
-  ServiceCall call(CODE_GET_CONNECTION_INFO);
-  if (call.connected()) {
-    form_add_long(call.form(), "p2pnet_network", network);
-    form_add_field(call.form(), "p2pnet_peer", peer);
-  }
+  ServiceCall call(CODE_GET_CONNECTION_INFO, {{"p2pnet_network", network}, {"p2pnet_peer", peer}});
   return form_call(call, [&](const FormFields&, int result) {
     if (result < 0) return;
     int status = 0;
@@ -170,79 +172,57 @@ int get_connection_info(long network, std::string_view peer, PeerConnectionInfo&
 }
 
 int post_network_peer(long network, std::string_view peer) {
-  ServiceCall call(CODE_POST_NETWORK_PEER);
-  if (call.connected()) {
-    form_add_long(call.form(), "p2pnet_network", network);
-    form_add_field(call.form(), "p2pnet_peer", peer);
-  }
+  ServiceCall call(CODE_POST_NETWORK_PEER, {{"p2pnet_network", network}, {"p2pnet_peer", peer}});
   return no_reply_call(call);
 }
 
 int get_local_ip(std::span<char> buffer) {
   ServiceCall call(CODE_GET_LOCAL_IP);
   return form_call(call, [&](const FormFields& fields, int result) {
-    const std::string* ip = form_get(fields, "p2pnet_local_ip");
-    if (result >= 0 && ip != nullptr) copy_bounded(buffer, *ip);
+    const auto ip = form_get(fields, "p2pnet_local_ip");
+    if (result >= 0 && ip) copy_bounded(buffer, *ip);
   });
 }
 
 int get_peer_ip(long network, std::string_view peer, std::span<char> buffer) {
-  ServiceCall call(CODE_GET_PEER_IP);
-  if (call.connected()) {
-    form_add_long(call.form(), "p2pnet_network", network);
-    form_add_field(call.form(), "p2pnet_peer", peer);
-  }
+  ServiceCall call(CODE_GET_PEER_IP, {{"p2pnet_network", network}, {"p2pnet_peer", peer}});
   return form_call(call, [&](const FormFields& fields, int result) {
-    const std::string* ip = form_get(fields, "p2pnet_peer_ip");
-    if (result >= 0 && ip != nullptr) copy_bounded(buffer, *ip);
+    const auto ip = form_get(fields, "p2pnet_peer_ip");
+    if (result >= 0 && ip) copy_bounded(buffer, *ip);
   });
 }
 
 int send_chat_message(long network, std::string_view peer, std::string_view message) {
-  ServiceCall call(CODE_SEND_CHAT_MESSAGE);
-  if (call.connected()) {
-    form_add_long(call.form(), "p2pnet_network", network);
-    form_add_field(call.form(), "p2pnet_peer", peer);
-    form_add_field(call.form(), "p2pnet_chat_mesg", message);
-  }
+  ServiceCall call(
+      CODE_SEND_CHAT_MESSAGE,
+      {{"p2pnet_network", network}, {"p2pnet_peer", peer}, {"p2pnet_chat_mesg", message}});
   return form_call(call);
 }
 
 int receive_chat_message(long network, std::string_view peer, std::span<char> buffer) {
-  ServiceCall call(CODE_RECEIVE_CHAT_MESSAGE);
-  if (call.connected()) {
-    form_add_long(call.form(), "p2pnet_network", network);
-    form_add_field(call.form(), "p2pnet_peer", peer);
-  }
+  ServiceCall call(CODE_RECEIVE_CHAT_MESSAGE, {{"p2pnet_network", network}, {"p2pnet_peer", peer}});
   return form_call(call, [&](const FormFields& fields, int) {
-    const std::string* message = form_get(fields, "p2pnet_chat_mesg");
-    bool has_retval = form_get(fields, "p2pnet_retval") != nullptr;
-    if (has_retval && message != nullptr) copy_bounded(buffer, *message);
+    const auto message = form_get(fields, "p2pnet_chat_mesg");
+    if (form_get(fields, "p2pnet_retval") && message) copy_bounded(buffer, *message);
   });
 }
 
 std::unique_ptr<NotificationList> get_notifications(int type) {
-  ServiceCall call(CODE_GET_NOTIFICATIONS);
-  if (call.connected()) form_add_int(call.form(), "p2pnet_type", type);
+  ServiceCall call(CODE_GET_NOTIFICATIONS, {{"p2pnet_type", type}});
   return document_call(call, notification_list_parse);
 }
 
 int set_shares(long network, int share_type, const ShareList& shares) {
-  ServiceCall call(CODE_SET_SHARES);
-  if (!call.connected()) return 0;
-  form_add_long(call.form(), "p2pnet_network", network);
-  form_add_int(call.form(), "p2pnet_share_type", share_type);
+  ServiceCall call(CODE_SET_SHARES,
+                   {{"p2pnet_network", network}, {"p2pnet_share_type", share_type}});
   const std::string document = share_list_to_text(shares);
   no_reply_call(call, &document);
-  return 0;
+  return 0;  // whether or not the service was reached
 }
 
 int set_connection_type(int type, int connection_type) {
-  ServiceCall call(CODE_SET_CONNECTION_TYPE);
-  if (call.connected()) {
-    form_add_int(call.form(), "p2pnet_type", type);
-    form_add_int(call.form(), "p2pnet_conn_type", connection_type);
-  }
+  ServiceCall call(CODE_SET_CONNECTION_TYPE,
+                   {{"p2pnet_type", type}, {"p2pnet_conn_type", connection_type}});
   return no_reply_call(call);
 }
 

@@ -15,12 +15,9 @@
 namespace quorlin {
 namespace {
 
-sockaddr_in ipv4_address(const char* host, int port) {
-  sockaddr_in address{};
-  address.sin_family = AF_INET;
-  address.sin_port = htons(static_cast<uint16_t>(port));
-  address.sin_addr.s_addr = host != nullptr ? inet_addr(host) : htonl(INADDR_ANY);
-  return address;
+// Whether a connection goes through the process-wide proxy rather than straight to its target.
+bool routes_through_proxy(bool datagram, bool proxy_allowed) {
+  return !datagram && proxy_allowed && proxy_enabled() && net_proxy_settings() != nullptr;
 }
 
 // One poll step: whether `descriptor` became readable (or closed) within RECV_POLL_STEP_MS.
@@ -61,6 +58,14 @@ long recv_timed(Connection connection, char* buffer, long length, int timeout_ms
 
 }  // namespace
 
+sockaddr_in ipv4_socket_address(const char* host, int port) {
+  sockaddr_in address{};
+  address.sin_family = AF_INET;
+  address.sin_port = htons(static_cast<uint16_t>(port));
+  address.sin_addr.s_addr = host != nullptr ? inet_addr(host) : htonl(INADDR_ANY);
+  return address;
+}
+
 int socket_open(const char* address, int port, bool datagram) {
   int descriptor = socket(AF_INET, datagram ? SOCK_DGRAM : SOCK_STREAM, 0);
   if (descriptor < 0) {
@@ -71,7 +76,7 @@ int socket_open(const char* address, int port, bool datagram) {
   linger reset_on_close{1, 0};
   setsockopt(descriptor, SOL_SOCKET, SO_LINGER, &reset_on_close, sizeof reset_on_close);
   if (port != 0) {
-    sockaddr_in local = ipv4_address(address, port);
+    sockaddr_in local = ipv4_socket_address(address, port);
     if (bind(descriptor, reinterpret_cast<sockaddr*>(&local), sizeof local) < 0) {
       std::perror("Bind error");
       connection_close(descriptor);
@@ -90,10 +95,10 @@ int socket_open_stream(int port) {
 }
 
 int socket_connect(int descriptor, const char* host, int port, bool datagram, bool proxy_allowed) {
-  if (!datagram && proxy_allowed && proxy_enabled() && net_proxy_settings() != nullptr) {
+  if (routes_through_proxy(datagram, proxy_allowed)) {
     return proxy_connect(*net_proxy_settings(), descriptor, 0, host, port);
   }
-  sockaddr_in remote = ipv4_address(host, port);
+  sockaddr_in remote = ipv4_socket_address(host, port);
   net_trace("***** Connecting socket ***** %d\n", descriptor);
   if (connect(descriptor, reinterpret_cast<sockaddr*>(&remote), sizeof remote) >= 0) return 0;
   net_error("Could not connect\n");
@@ -108,7 +113,7 @@ Connection connection_open_ex(int source_port, const char* host, int port, int t
                               bool datagram, bool proxy_allowed, bool keep_alive) {
   net_trace("Opening connection\n");
   int result;
-  if (!datagram && proxy_allowed && proxy_enabled() && net_proxy_settings() != nullptr) {
+  if (routes_through_proxy(datagram, proxy_allowed)) {
     result = proxy_connect(*net_proxy_settings(), source_port, host, port);
   } else {
     int descriptor = socket_open_any(source_port, datagram);

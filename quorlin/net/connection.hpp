@@ -10,6 +10,7 @@
 #ifndef QUORLIN_NET_CONNECTION_HPP
 #define QUORLIN_NET_CONNECTION_HPP
 
+#include <netinet/in.h>
 #include <sys/socket.h>
 
 #include <memory>
@@ -25,6 +26,10 @@ inline constexpr int NO_TIMEOUT = -1;
 // recv_exact status values besides a failing recv's own result (0 closed, -1 error).
 inline constexpr int RECV_COMPLETE = 1;
 inline constexpr int RECV_TIMED_OUT = -2;
+
+// The IPv4 socket address of `host` (dotted, as inet_addr reads it; null for any address) and
+// the low 16 bits of `port`.
+sockaddr_in ipv4_socket_address(const char* host, int port);
 
 // A new socket (stream, or datagram when `datagram`), bound to address:port when port is not 0.
 // -1 after perror "Cannot create socket"; -2 after perror "Bind error" (the socket closed).

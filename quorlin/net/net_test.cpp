@@ -88,16 +88,6 @@ TEST(ProxySettings, KeysTypesAndUnknownKeys) {
   EXPECT_EQ(copy, (ProxyInfo{2, "h", 9050, std::nullopt, "pw"}));
 }
 
-TEST(Base64, EncodesWithPadding) {
-  const struct {
-    const char* plain;
-    const char* encoded;
-  } cases[] = {{"a:b", "YTpi"},     {"ab:", "YWI6"}, {"a:", "YTo="},
-               {"a", "YQ=="},       {"", ""},        {"alice:s3cret", "YWxpY2U6czNjcmV0"},
-               {"\xff\xfe", "//4="}};
-  for (const auto& c : cases) EXPECT_EQ(base64_encode(c.plain), c.encoded) << c.plain;
-}
-
 TEST(AtomicTransfer, RejectsANullBufferWithTheAssertionReport) {
   EXPECT_DEATH(atomic_out(0, nullptr, 1), "proxy.*atomic_out.*buf != \\(\\(void \\*\\)0\\)");
   char byte;

@@ -18,6 +18,7 @@
 #include <string>
 #include <vector>
 
+#include "quorlin/base/strings.hpp"
 #include "quorlin/net/connection.hpp"
 
 namespace quorlin {
@@ -61,9 +62,7 @@ bool receive(int descriptor, unsigned char* buffer, long size) {
 bool proxy_address(const ProxySettings& settings, sockaddr_in& address) {
   if (!settings.host) return false;
   const std::string& host = *settings.host;
-  address = sockaddr_in{};
-  address.sin_family = AF_INET;
-  address.sin_port = htons(static_cast<uint16_t>(settings.port & 0xffff));
+  address = ipv4_socket_address(nullptr, settings.port);
   if (host.find_first_not_of("0123456789.") == std::string::npos) {
     address.sin_addr.s_addr = inet_addr(host.c_str());
     return true;
@@ -80,10 +79,7 @@ bool proxy_address(const ProxySettings& settings, sockaddr_in& address) {
 int new_proxy_socket(int source_port) {
   int descriptor = socket(AF_INET, SOCK_STREAM, 0);
   if (descriptor < 0 || source_port == 0) return descriptor;
-  sockaddr_in local{};
-  local.sin_family = AF_INET;
-  local.sin_port = htons(static_cast<uint16_t>(source_port));
-  local.sin_addr.s_addr = htonl(INADDR_ANY);
+  sockaddr_in local = ipv4_socket_address(nullptr, source_port);
   if (bind(descriptor, reinterpret_cast<sockaddr*>(&local), sizeof local) < 0) {
     close(descriptor);
     return kFailed;
@@ -367,24 +363,6 @@ long atomic_in(int descriptor, void* buffer, long size) {
     received += result;
   }
   return size;
-}
-
-std::string base64_encode(std::string_view bytes) {
-  static constexpr char kAlphabet[] =
-      "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
-  std::string out;
-  out.reserve(4 * ((bytes.size() + 2) / 3));
-  for (std::size_t i = 0; i < bytes.size(); i += 3) {
-    std::size_t left = bytes.size() - i;
-    unsigned group = static_cast<unsigned char>(bytes[i]) << 16;
-    if (left > 1) group |= static_cast<unsigned char>(bytes[i + 1]) << 8;
-    if (left > 2) group |= static_cast<unsigned char>(bytes[i + 2]);
-    out += kAlphabet[(group >> 18) & 63];
-    out += kAlphabet[(group >> 12) & 63];
-    out += left > 1 ? kAlphabet[(group >> 6) & 63] : '=';
-    out += left > 2 ? kAlphabet[group & 63] : '=';
-  }
-  return out;
 }
 
 }  // namespace quorlin

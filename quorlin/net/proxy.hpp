@@ -75,9 +75,6 @@ int proxy_connect(const ProxySettings& settings, int source_port, const char* ho
 long atomic_out(int descriptor, const void* buffer, long size);
 long atomic_in(int descriptor, void* buffer, long size);
 
-// Standard base64 with "=" padding.
-std::string base64_encode(std::string_view bytes);
-
 }  // namespace quorlin
 
 #endif  // QUORLIN_NET_PROXY_HPP

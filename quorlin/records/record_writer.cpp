@@ -3,6 +3,7 @@
 
 #include <cstdio>
 
+#include "quorlin/base/strings.hpp"
 #include "quorlin/xml/xml_writer.hpp"
 
 namespace quorlin {
@@ -35,15 +36,11 @@ const char* share_element_name(int type) {
 }  // namespace
 
 void xml_set_text_int(XmlNode& element, int number) {
-  char buffer[128];
-  int length = std::snprintf(buffer, sizeof buffer, "%d", number);
-  xml_node_set_text(element, std::string_view(buffer, length));
+  xml_node_set_text(element, str_from_long(number));
 }
 
 void xml_set_text_long(XmlNode& element, long number) {
-  char buffer[128];
-  int length = std::snprintf(buffer, sizeof buffer, "%ld", number);
-  xml_node_set_text(element, std::string_view(buffer, length));
+  xml_node_set_text(element, str_from_long(number));
 }
 
 void accessor_write(const Accessor& accessor, XmlNode& parent) {

@@ -11,6 +11,7 @@
 #include <cstdlib>
 #include <fstream>
 
+#include "quorlin/base/strings.hpp"
 #include "quorlin/base/url.hpp"
 #include "quorlin/client/form.hpp"
 #include "quorlin/client/service.hpp"
@@ -52,13 +53,11 @@ std::string retval_line(int retval) {
 }
 
 long field_long(const FormFields& fields, std::string_view name) {
-  const std::string* value = form_get(fields, name);
-  return value != nullptr ? std::atol(value->c_str()) : 0;
+  return decimal_prefix(form_get(fields, name).value_or(""));
 }
 
 std::string field_text(const FormFields& fields, std::string_view name) {
-  const std::string* value = form_get(fields, name);
-  return value != nullptr ? *value : std::string();
+  return std::string(form_get(fields, name).value_or(""));
 }
 
 void write_all(int connection, std::string_view bytes) {
@@ -206,8 +205,8 @@ void ServiceSimulator::handle(int connection) {
   if (status <= 0 && request.empty()) return;
   FormFields fields;
   form_parse(fields, request);
-  const std::string* command = form_get(fields, "p2pnet_command");
-  int code = command != nullptr ? std::atoi(command->c_str()) : -1;
+  const auto command = form_get(fields, "p2pnet_command");
+  int code = command ? static_cast<int>(decimal_prefix(*command)) : -1;
   std::string document;
   bool has_document = code == CODE_ADD_NETWORK || code == CODE_SET_SHARES;
   if (has_document) document = read_line(connection, kRequestTimeoutMs, status);
