@@ -6,60 +6,26 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
-#include <atomic>
-#include <thread>
 
 #include "quorlin/net/connection.hpp"
+#include "tools/loopback_server/loopback_server.hpp"
 
 namespace {
 
 constexpr int kMessageSize = 64;
 
-// Accepts connections one by one, answers each 64-byte request with 64 bytes, then closes.
-class RoundTripServer {
- public:
-  RoundTripServer() {
-    listener_ = socket(AF_INET, SOCK_STREAM, 0);
-    int on = 1;
-    setsockopt(listener_, SOL_SOCKET, SO_REUSEADDR, &on, sizeof on);
-    sockaddr_in address{};
-    address.sin_family = AF_INET;
-    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    bind(listener_, reinterpret_cast<sockaddr*>(&address), sizeof address);
-    listen(listener_, 128);
-    socklen_t length = sizeof address;
-    getsockname(listener_, reinterpret_cast<sockaddr*>(&address), &length);
-    port_ = ntohs(address.sin_port);
-    thread_ = std::thread([this] { serve(); });
-  }
-  ~RoundTripServer() {
-    stopping_ = true;
-    shutdown(listener_, SHUT_RDWR);
-    thread_.join();
-    close(listener_);
-  }
-  int port() const { return port_; }
-
- private:
-  void serve() {
+// Answers each connection's 64-byte request with 64 bytes, then closes it.
+quorlin::tools::LoopbackServer round_trip_server() {
+  return quorlin::tools::LoopbackServer([](int connection) {
     char buffer[kMessageSize];
-    while (!stopping_) {
-      int connection = accept(listener_, nullptr, nullptr);
-      if (connection < 0) continue;
-      if (quorlin::recv_exact_nostatus(connection, buffer, kMessageSize) == kMessageSize) {
-        send(connection, buffer, kMessageSize, MSG_NOSIGNAL);
-      }
-      close(connection);
+    if (quorlin::recv_exact_nostatus(connection, buffer, kMessageSize) == kMessageSize) {
+      send(connection, buffer, kMessageSize, MSG_NOSIGNAL);
     }
-  }
-  int listener_;
-  int port_;
-  std::atomic<bool> stopping_{false};
-  std::thread thread_;
-};
+  });
+}
 
-RoundTripServer& server() {
-  static RoundTripServer instance;
+quorlin::tools::LoopbackServer& server() {
+  static quorlin::tools::LoopbackServer instance = round_trip_server();
   return instance;
 }
 

@@ -14,9 +14,9 @@
 #include <cstdlib>
 #include <fstream>
 #include <string>
-#include <thread>
 
 #include "quorlin/client/service.hpp"
+#include "quorlin/net/connection.hpp"
 #include "quorlin/records/record_writer.hpp"
 #include "tools/service_simulator/service_simulator.hpp"
 
@@ -100,40 +100,29 @@ void BM_PlainSocketGetLocalIp(benchmark::State& state) {
   state.SetItemsProcessed(state.iterations());
 }
 
-// The floor of the machine itself: a minimal server (blocking accept, one recv, one send,
+// The floor of the machine itself: the loopback server with a minimal handler (one recv, one send,
 // close) on another port, and the same plain-socket client; no client can beat this loop.
 void BM_MinimalServerRoundTrip(benchmark::State& state) {
-  const int listener = socket(AF_INET, SOCK_STREAM, 0);
-  sockaddr_in address{};
-  address.sin_family = AF_INET;
-  address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-  socklen_t length = sizeof address;
-  if (bind(listener, reinterpret_cast<sockaddr*>(&address), sizeof address) != 0 ||
-      listen(listener, 64) != 0 ||
-      getsockname(listener, reinterpret_cast<sockaddr*>(&address), &length) != 0) {
+  quorlin::tools::LoopbackServer server([](int connection) {
+    static constexpr char kReply[] = "p2pnet_retval=0&p2pnet_local_ip=127.0.0.1\r\n";
+    char request[256];
+    if (recv(connection, request, sizeof request, 0) > 0) {
+      send(connection, kReply, sizeof kReply - 1, 0);
+    }
+  });
+  if (!server.listening()) {
     state.SkipWithError("no listener");
     return;
   }
-  std::thread server([listener] {
-    static constexpr char kReply[] = "p2pnet_retval=0&p2pnet_local_ip=127.0.0.1\r\n";
-    char request[256];
-    for (int connection; (connection = accept(listener, nullptr, nullptr)) >= 0;
-         close(connection)) {
-      if (recv(connection, request, sizeof request, 0) > 0)
-        send(connection, kReply, sizeof kReply - 1, 0);
-    }
-  });
+  const sockaddr_in address = quorlin::ipv4_socket_address("127.0.0.1", server.port());
   char reply[256];
   for (auto _ : state) {
     const int descriptor = socket(AF_INET, SOCK_STREAM, 0);
-    connect(descriptor, reinterpret_cast<sockaddr*>(&address), sizeof address);
+    connect(descriptor, reinterpret_cast<const sockaddr*>(&address), sizeof address);
     send(descriptor, "p2pnet_command=9\r\n", 18, 0);
     recv(descriptor, reply, sizeof reply, 0);
     close(descriptor);
   }
-  shutdown(listener, SHUT_RDWR);  // wakes the blocked accept
-  close(listener);
-  server.join();
   state.SetItemsProcessed(state.iterations());
 }
 

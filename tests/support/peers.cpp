@@ -103,43 +103,6 @@ void ChildProcess::stop() {
   pid_ = -1;
 }
 
-ScriptedServer::ScriptedServer(Handler handle, int port) : handle_(std::move(handle)) {
-  listener_ = socket(AF_INET, SOCK_STREAM, 0);
-  int on = 1;
-  setsockopt(listener_, SOL_SOCKET, SO_REUSEADDR, &on, sizeof on);
-  sockaddr_in address = loopback(port);
-  bind(listener_, reinterpret_cast<sockaddr*>(&address), sizeof address);
-  listen(listener_, 16);
-  socklen_t length = sizeof address;
-  getsockname(listener_, reinterpret_cast<sockaddr*>(&address), &length);
-  port_ = ntohs(address.sin_port);
-  thread_ = std::thread([this] { serve(); });
-}
-
-ScriptedServer::~ScriptedServer() {
-  stopping_ = true;
-  shutdown(listener_, SHUT_RDWR);
-  thread_.join();
-  close(listener_);
-}
-
-void ScriptedServer::serve() {
-  while (!stopping_) {
-    pollfd watched{listener_, POLLIN, 0};
-    if (poll(&watched, 1, 50) <= 0) continue;
-    int connection = accept(listener_, nullptr, nullptr);
-    if (connection < 0) continue;
-    handle_(connection);
-    close(connection);
-    ++served_;
-  }
-}
-
-bool ScriptedServer::wait_served_more_than(int count, int timeout_ms) const {
-  for (int waited = 0; served_ <= count && waited < timeout_ms; waited += 5) usleep(5000);
-  return served_ > count;
-}
-
 std::string read_bytes(int descriptor, std::size_t size) {
   std::string bytes(size, '\0');
   std::size_t got = 0;

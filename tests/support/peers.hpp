@@ -12,6 +12,8 @@
 #include <thread>
 #include <vector>
 
+#include "tools/loopback_server/loopback_server.hpp"
+
 namespace quorlin::testing {
 
 // A loopback port that was free a moment ago.
@@ -51,28 +53,9 @@ class ChildProcess {
   pid_t pid_ = -1;
 };
 
-// A loopback TCP server that runs `handle` on every accepted connection (one at a time, in a
+// A loopback TCP server that runs a handler on every accepted connection (one at a time, in a
 // thread of its own) and then closes it.
-class ScriptedServer {
- public:
-  using Handler = std::function<void(int descriptor)>;
-  // Listens on `port`, or on a free port when it is 0.
-  explicit ScriptedServer(Handler handle, int port = 0);
-  ~ScriptedServer();
-  int port() const { return port_; }
-  // Connections handled to the end so far; waits up to `timeout_ms` for more than `count`.
-  int served() const { return served_; }
-  bool wait_served_more_than(int count, int timeout_ms = 5000) const;
-
- private:
-  void serve();
-  Handler handle_;
-  int listener_ = -1;
-  int port_ = 0;
-  std::atomic<bool> stopping_{false};
-  std::atomic<int> served_{0};
-  std::thread thread_;
-};
+using ScriptedServer = tools::LoopbackServer;
 
 // Reads exactly `size` bytes (fewer when the peer closes).
 std::string read_bytes(int descriptor, std::size_t size);

@@ -1,15 +1,13 @@
-// The simulator's state machine: one answer per operation code, built with the record writers.
+// The simulator's state machine: a table of operations keyed by their code, each answer built
+// with the record writers, served by the shared loopback server.
 #include "tools/service_simulator/service_simulator.hpp"
 
-#include <arpa/inet.h>
-#include <netinet/in.h>
-#include <poll.h>
 #include <sys/socket.h>
-#include <unistd.h>
 
 #include <chrono>
 #include <cstdlib>
 #include <fstream>
+#include <map>
 
 #include "quorlin/base/strings.hpp"
 #include "quorlin/base/url.hpp"
@@ -84,7 +82,7 @@ std::unique_ptr<PeerNetworkList> seed_networks(int generated_networks) {
   return networks;
 }
 
-struct ServiceSimulator::State {
+struct SimulatorState {
   std::unique_ptr<PeerNetworkList> networks;
   std::unique_ptr<ServiceState> service_state = service_state_new();
   int connection_type = 0;
@@ -118,6 +116,182 @@ struct ServiceSimulator::State {
   }
 };
 
+namespace {
+
+// A parsed request: its form fields and, for the operations that send one, its document.
+struct Request {
+  const FormFields& fields;
+  const std::string& document;
+
+  long number(std::string_view name) const { return field_long(fields, name); }
+  std::string text(std::string_view name) const { return field_text(fields, name); }
+  long network_id() const { return number("p2pnet_network"); }
+  int type() const { return static_cast<int>(number("p2pnet_type")); }
+  std::string peer() const { return text("p2pnet_peer"); }
+};
+
+std::string get_service_state(SimulatorState& state, const Request&) {
+  return service_state_to_text(*state.service_state) + "\n";
+}
+
+std::string set_service_type(SimulatorState& state, const Request& request) {
+  state.service_state->type = request.type();
+  return retval_line(0);
+}
+
+std::string get_networks(SimulatorState& state, const Request& request) {
+  if (request.type() != 0) {
+    PeerNetworkList matching;
+    for (auto* node = state.networks->first; node != nullptr; node = node->next) {
+      if (node->item && node->item->type == request.type()) {
+        list_append(matching, peer_network_parse(peer_network_to_text(*node->item)));
+      }
+    }
+    return peer_network_list_to_text(matching) + "\n";
+  }
+  if (!state.all_networks_text) {
+    state.all_networks_text = peer_network_list_to_text(*state.networks) + "\n";
+  }
+  return *state.all_networks_text;
+}
+
+std::string add_network(SimulatorState& state, const Request& request) {
+  auto request_record = add_network_request_parse(request.document);
+  if (!request_record || state.refuse_add_network > 0 || state.name_taken(request_record->name)) {
+    if (state.refuse_add_network > 0) --state.refuse_add_network;
+    return retval_line(-2);
+  }
+  auto network =
+      make_network(state.next_id++, request_record->type, request_record->name.value_or(""), {});
+  for (auto* node = request_record->members->first; node != nullptr; node = node->next) {
+    list_append(network->peer_members,
+                make_member(*network, node->item.value_or(""), "10.9.0.1", 0));
+  }
+  std::string text = peer_network_to_text(*network) + "\n";
+  list_append(*state.networks, std::move(network));
+  state.all_networks_text.reset();
+  return text;
+}
+
+std::string invite_member(SimulatorState& state, const Request& request) {
+  PeerNetwork* network = state.find_network(request.network_id());
+  if (network == nullptr) return retval_line(-1);
+  auto invited = make_member(*network, request.text("p2pnet_email"), "0.0.0.0", 0);
+  std::string text = peer_member_to_text(*invited) + "\n";
+  list_append(network->peer_members, std::move(invited));
+  state.all_networks_text.reset();
+  return text;
+}
+
+std::string drop_network(SimulatorState& state, const Request& request) {
+  PeerNetwork* network = state.find_network(request.network_id());
+  if (network == nullptr) return retval_line(-1);
+  list_remove(*state.networks, network);
+  state.all_networks_text.reset();
+  return retval_line(0);
+}
+
+std::string get_connection_info(SimulatorState& state, const Request& request) {
+  PeerMember* member = state.find_member(request.network_id(), request.peer());
+  if (member == nullptr) return retval_line(-1);
+  auto info = peer_connection_info_new();
+  copy_fixed_text(info->peer, request.peer());
+  copy_fixed_text(info->peer_ip, member->peer_ip);
+  copy_fixed_text(info->peer_host_ip, "203.0.113.7");
+  info->connection_protocol = 1;
+  info->initiator = 1;
+  return retval_line(0) + peer_connection_info_to_text(*info) + "\n";
+}
+
+std::string post_network_peer(SimulatorState& state, const Request& request) {
+  PeerNetwork* network = state.find_network(request.network_id());
+  if (network == nullptr) return retval_line(-1);
+  list_append(network->peer_members, make_member(*network, request.peer(), "10.9.0.2", 0));
+  state.all_networks_text.reset();
+  return retval_line(0);
+}
+
+std::string get_local_ip(SimulatorState&, const Request&) {
+  return "p2pnet_retval=0&p2pnet_local_ip=" + std::string(kLocalIp) + "\r\n";
+}
+
+std::string get_peer_ip(SimulatorState& state, const Request& request) {
+  PeerMember* member = state.find_member(request.network_id(), request.peer());
+  if (member == nullptr) return retval_line(-1);
+  return "p2pnet_retval=0&p2pnet_peer_ip=" + url_encode(member->peer_ip.value_or("")) + "\r\n";
+}
+
+std::string send_chat_message(SimulatorState& state, const Request& request) {
+  PeerMember* member = state.find_member(request.network_id(), request.peer());
+  if (member == nullptr) return retval_line(-1);
+  peer_member_push_message(*member, request.text("p2pnet_chat_mesg"));
+  return retval_line(0);
+}
+
+std::string receive_chat_message(SimulatorState& state, const Request& request) {
+  PeerMember* member = state.find_member(request.network_id(), request.peer());
+  Text message = member != nullptr ? peer_member_pop_message(*member) : std::nullopt;
+  if (!message) return retval_line(-1);
+  return "p2pnet_retval=0&p2pnet_chat_mesg=" + url_encode(*message) + "\r\n";
+}
+
+std::string get_notifications(SimulatorState&, const Request&) {
+  NotificationList notifications;
+  list_append(notifications, notification_new_kind7("me", "alice", "bob"));
+  return notification_list_to_text(notifications) + "\n";
+}
+
+std::string set_shares(SimulatorState& state, const Request& request) {
+  PeerNetwork* network = state.find_network(request.network_id());
+  if (network == nullptr) return retval_line(-1);
+  auto shares = share_list_parse(request.document);
+  const bool connection_shares = request.number("p2pnet_share_type") == SHARE_TYPE_CONNECTION;
+  ShareList& target = connection_shares ? network->connection_shares : network->folder_shares;
+  share_list_clear(&target);
+  while (shares->first != nullptr) {
+    list_append(target, std::move(shares->first->item));
+    list_remove_node(*shares, shares->first);
+  }
+  state.all_networks_text.reset();
+  return retval_line(0);
+}
+
+std::string set_connection_type(SimulatorState& state, const Request& request) {
+  state.connection_type = static_cast<int>(request.number("p2pnet_conn_type"));
+  return retval_line(0);
+}
+
+struct Operation {
+  std::string (*answer)(SimulatorState&, const Request&);
+  bool reads_document;  // a second request line follows the form
+};
+
+const std::map<int, Operation> kOperations = {
+    {CODE_GET_SERVICE_STATE, {get_service_state, false}},
+    {CODE_SET_SERVICE_TYPE, {set_service_type, false}},
+    {CODE_GET_NETWORKS, {get_networks, false}},
+    {CODE_ADD_NETWORK, {add_network, true}},
+    {CODE_INVITE_MEMBER, {invite_member, false}},
+    {CODE_DROP_NETWORK, {drop_network, false}},
+    {CODE_GET_CONNECTION_INFO, {get_connection_info, false}},
+    {CODE_POST_NETWORK_PEER, {post_network_peer, false}},
+    {CODE_GET_LOCAL_IP, {get_local_ip, false}},
+    {CODE_GET_PEER_IP, {get_peer_ip, false}},
+    {CODE_SEND_CHAT_MESSAGE, {send_chat_message, false}},
+    {CODE_RECEIVE_CHAT_MESSAGE, {receive_chat_message, false}},
+    {CODE_GET_NOTIFICATIONS, {get_notifications, false}},
+    {CODE_SET_SHARES, {set_shares, true}},
+    {CODE_SET_CONNECTION_TYPE, {set_connection_type, false}},
+};
+
+// The operation of `code`, or null for an unknown code (answered with -1).
+const Operation* operation_of(int code) {
+  const auto found = kOperations.find(code);
+  return found == kOperations.end() ? nullptr : &found->second;
+}
+
+}  // namespace
+
 ServiceSimulator::ServiceSimulator(SimulatorOptions options) : options_(std::move(options)) {
   reset();
 }
@@ -128,7 +302,7 @@ ServiceSimulator::~ServiceSimulator() {
 
 void ServiceSimulator::reset() {
   std::lock_guard hold(lock_);
-  auto fresh = std::make_unique<State>();
+  auto fresh = std::make_unique<SimulatorState>();
   fresh->networks = seed_networks(options_.generated_networks);
   fresh->service_state->username = "me";
   fresh->service_state->type = 1;
@@ -138,31 +312,15 @@ void ServiceSimulator::reset() {
 }
 
 bool ServiceSimulator::start() {
-  listener_ = socket(AF_INET, SOCK_STREAM, 0);
-  int on = 1;
-  setsockopt(listener_, SOL_SOCKET, SO_REUSEADDR, &on, sizeof on);
-  sockaddr_in address{};
-  address.sin_family = AF_INET;
-  address.sin_port = htons(static_cast<uint16_t>(options_.port));
-  address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-  if (bind(listener_, reinterpret_cast<sockaddr*>(&address), sizeof address) < 0 ||
-      listen(listener_, 64) < 0) {
-    close(listener_);
-    listener_ = -1;
-    return false;
-  }
-  stopping_ = false;
-  thread_ = std::thread([this] { serve(); });
-  return true;
+  server_ = std::make_unique<tools::LoopbackServer>([this](int connection) { handle(connection); },
+                                                    options_.port);
+  if (server_->listening()) return true;
+  server_.reset();
+  return false;
 }
 
 void ServiceSimulator::stop() {
-  if (listener_ < 0) return;
-  stopping_ = true;
-  shutdown(listener_, SHUT_RDWR);
-  thread_.join();
-  close(listener_);
-  listener_ = -1;
+  server_.reset();
 }
 
 std::vector<std::string> ServiceSimulator::requests() {
@@ -188,17 +346,6 @@ void ServiceSimulator::refuse_add_network(int count) {
   state_->refuse_add_network = count;
 }
 
-void ServiceSimulator::serve() {
-  while (!stopping_) {
-    pollfd watched{listener_, POLLIN, 0};
-    if (poll(&watched, 1, 50) <= 0) continue;
-    int connection = accept(listener_, nullptr, nullptr);
-    if (connection < 0) continue;
-    handle(connection);
-    close(connection);
-  }
-}
-
 void ServiceSimulator::handle(int connection) {
   int status = 0;
   std::string request = read_line(connection, kRequestTimeoutMs, status);
@@ -207,8 +354,9 @@ void ServiceSimulator::handle(int connection) {
   form_parse(fields, request);
   const auto command = form_get(fields, "p2pnet_command");
   int code = command ? static_cast<int>(decimal_prefix(*command)) : -1;
+  const Operation* operation = operation_of(code);
   std::string document;
-  bool has_document = code == CODE_ADD_NETWORK || code == CODE_SET_SHARES;
+  const bool has_document = operation != nullptr && operation->reads_document;
   if (has_document) document = read_line(connection, kRequestTimeoutMs, status);
 
   Misbehaviour misbehaviour;
@@ -251,137 +399,11 @@ void ServiceSimulator::handle(int connection) {
   std::string reply;
   {
     std::lock_guard hold(lock_);
-    reply = answer(fields, document, code);
+    reply = operation != nullptr ? operation->answer(*state_, Request{fields, document})
+                                 : retval_line(-1);
   }
   if (misbehaviour == Misbehaviour::kNoFinalLineEnd && reply.ends_with('\n')) reply.pop_back();
   write_all(connection, reply);
-}
-
-std::string ServiceSimulator::answer(const FormFields& fields, const std::string& document,
-                                     int code) {
-  State& state = *state_;
-  const long network_id = field_long(fields, "p2pnet_network");
-  const int type = static_cast<int>(field_long(fields, "p2pnet_type"));
-  const std::string peer = field_text(fields, "p2pnet_peer");
-
-  switch (code) {
-    case CODE_GET_SERVICE_STATE:
-      return service_state_to_text(*state.service_state) + "\n";
-    case CODE_SET_SERVICE_TYPE:
-      state.service_state->type = type;
-      return retval_line(0);
-    case CODE_GET_NETWORKS: {
-      if (type != 0) {
-        PeerNetworkList matching;
-        for (auto* node = state.networks->first; node != nullptr; node = node->next) {
-          if (node->item && node->item->type == type) {
-            list_append(matching, peer_network_parse(peer_network_to_text(*node->item)));
-          }
-        }
-        return peer_network_list_to_text(matching) + "\n";
-      }
-      if (!state.all_networks_text) {
-        state.all_networks_text = peer_network_list_to_text(*state.networks) + "\n";
-      }
-      return *state.all_networks_text;
-    }
-    case CODE_ADD_NETWORK: {
-      auto request_record = add_network_request_parse(document);
-      if (!request_record || state.refuse_add_network > 0 ||
-          state.name_taken(request_record->name)) {
-        if (state.refuse_add_network > 0) --state.refuse_add_network;
-        return retval_line(-2);
-      }
-      auto network = make_network(state.next_id++, request_record->type,
-                                  request_record->name.value_or(""), {});
-      for (auto* node = request_record->members->first; node != nullptr; node = node->next) {
-        list_append(network->peer_members,
-                    make_member(*network, node->item.value_or(""), "10.9.0.1", 0));
-      }
-      std::string text = peer_network_to_text(*network) + "\n";
-      list_append(*state.networks, std::move(network));
-      state.all_networks_text.reset();
-      return text;
-    }
-    case CODE_INVITE_MEMBER: {
-      PeerNetwork* network = state.find_network(network_id);
-      if (network == nullptr) return retval_line(-1);
-      auto invited = make_member(*network, field_text(fields, "p2pnet_email"), "0.0.0.0", 0);
-      std::string text = peer_member_to_text(*invited) + "\n";
-      list_append(network->peer_members, std::move(invited));
-      state.all_networks_text.reset();
-      return text;
-    }
-    case CODE_DROP_NETWORK: {
-      PeerNetwork* network = state.find_network(network_id);
-      if (network == nullptr) return retval_line(-1);
-      list_remove(*state.networks, network);
-      state.all_networks_text.reset();
-      return retval_line(0);
-    }
-    case CODE_GET_CONNECTION_INFO: {
-      PeerMember* member = state.find_member(network_id, peer);
-      if (member == nullptr) return retval_line(-1);
-      auto info = peer_connection_info_new();
-      copy_fixed_text(info->peer, peer);
-      copy_fixed_text(info->peer_ip, member->peer_ip);
-      copy_fixed_text(info->peer_host_ip, "203.0.113.7");
-      info->connection_protocol = 1;
-      info->initiator = 1;
-      return retval_line(0) + peer_connection_info_to_text(*info) + "\n";
-    }
-    case CODE_POST_NETWORK_PEER: {
-      PeerNetwork* network = state.find_network(network_id);
-      if (network == nullptr) return retval_line(-1);
-      list_append(network->peer_members, make_member(*network, peer, "10.9.0.2", 0));
-      state.all_networks_text.reset();
-      return retval_line(0);
-    }
-    case CODE_GET_LOCAL_IP:
-      return "p2pnet_retval=0&p2pnet_local_ip=" + std::string(kLocalIp) + "\r\n";
-    case CODE_GET_PEER_IP: {
-      PeerMember* member = state.find_member(network_id, peer);
-      if (member == nullptr) return retval_line(-1);
-      return "p2pnet_retval=0&p2pnet_peer_ip=" + url_encode(member->peer_ip.value_or("")) + "\r\n";
-    }
-    case CODE_SEND_CHAT_MESSAGE: {
-      PeerMember* member = state.find_member(network_id, peer);
-      if (member == nullptr) return retval_line(-1);
-      peer_member_push_message(*member, field_text(fields, "p2pnet_chat_mesg"));
-      return retval_line(0);
-    }
-    case CODE_RECEIVE_CHAT_MESSAGE: {
-      PeerMember* member = state.find_member(network_id, peer);
-      Text message = member != nullptr ? peer_member_pop_message(*member) : std::nullopt;
-      if (!message) return retval_line(-1);
-      return "p2pnet_retval=0&p2pnet_chat_mesg=" + url_encode(*message) + "\r\n";
-    }
-    case CODE_GET_NOTIFICATIONS: {
-      NotificationList notifications;
-      list_append(notifications, notification_new_kind7("me", "alice", "bob"));
-      return notification_list_to_text(notifications) + "\n";
-    }
-    case CODE_SET_SHARES: {
-      PeerNetwork* network = state.find_network(network_id);
-      if (network == nullptr) return retval_line(-1);
-      auto shares = share_list_parse(document);
-      int share_type = static_cast<int>(field_long(fields, "p2pnet_share_type"));
-      ShareList& target =
-          share_type == SHARE_TYPE_CONNECTION ? network->connection_shares : network->folder_shares;
-      share_list_clear(&target);
-      while (shares->first != nullptr) {
-        list_append(target, std::move(shares->first->item));
-        list_remove_node(*shares, shares->first);
-      }
-      state.all_networks_text.reset();
-      return retval_line(0);
-    }
-    case CODE_SET_CONNECTION_TYPE:
-      state.connection_type = static_cast<int>(field_long(fields, "p2pnet_conn_type"));
-      return retval_line(0);
-    default:
-      return retval_line(-1);
-  }
 }
 
 }  // namespace quorlin::simulator

@@ -9,17 +9,16 @@
 #ifndef QUORLIN_TOOLS_SERVICE_SIMULATOR_SERVICE_SIMULATOR_HPP
 #define QUORLIN_TOOLS_SERVICE_SIMULATOR_SERVICE_SIMULATOR_HPP
 
-#include <atomic>
 #include <cstddef>
 #include <memory>
 #include <mutex>
 #include <optional>
 #include <string>
-#include <thread>
 #include <vector>
 
 #include "quorlin/client/form.hpp"
 #include "quorlin/records/records.hpp"
+#include "tools/loopback_server/loopback_server.hpp"
 
 namespace quorlin::simulator {
 
@@ -37,6 +36,8 @@ struct SimulatorOptions {
   int generated_networks = 0;    // extra networks of five members each, after the seed
   std::string request_log_path;  // when set, every request line is appended there too
 };
+
+struct SimulatorState;  // the networks and what the simulator was told to do
 
 class ServiceSimulator {
  public:
@@ -61,17 +62,12 @@ class ServiceSimulator {
   void reset();
 
  private:
-  struct State;
-  void serve();
   void handle(int connection);
-  std::string answer(const FormFields& fields, const std::string& document, int code);
 
   SimulatorOptions options_;
-  std::unique_ptr<State> state_;
+  std::unique_ptr<SimulatorState> state_;
   std::mutex lock_;
-  int listener_ = -1;
-  std::atomic<bool> stopping_{false};
-  std::thread thread_;
+  std::unique_ptr<tools::LoopbackServer> server_;
 };
 
 // The seed: "Friends" (id 1), "Work" (id 2) and "Gaming" (id 3, type 3), with members.
