@@ -97,11 +97,13 @@ TEST(RecvExact, TimeOutZeroPollsExactlyOnce) {
 
 TEST(ConnectionOpen, ClosedPortGivesMinusTwoSilently) {
   int port = testing::free_port();
+  const int before = testing::open_descriptor_count();
   ::testing::internal::CaptureStdout();
   ::testing::internal::CaptureStderr();
   EXPECT_EQ(connection_open(0, "127.0.0.1", port), -2);
   EXPECT_EQ(::testing::internal::GetCapturedStdout(), "");
   EXPECT_EQ(::testing::internal::GetCapturedStderr(), "");
+  EXPECT_EQ(testing::open_descriptor_count(), before);
 }
 
 TEST(ConnectionOpen, SourcePortInUseGivesMinusOneAfterBindError) {
