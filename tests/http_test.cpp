@@ -34,8 +34,8 @@ TEST(HttpRequest, IsExactToTheByte) {
 
 TEST(HttpPost, AgainstPythonHttpServer) {
   int port = testing::free_port();
-  testing::ChildProcess server({"python3", HTTP_POST_SERVER_PATH, std::to_string(port)});
-  ASSERT_TRUE(testing::wait_for_port(port)) << "python3 http.server did not start";
+  testing::ChildProcess server({"/usr/bin/python3", HTTP_POST_SERVER_PATH, std::to_string(port)});
+  ASSERT_EQ(server.wait_until_listening(port), "");
   Connection connection = connection_open(0, "127.0.0.1", port);
   ASSERT_GT(connection, 0);
   std::unique_ptr<FormFields> headers;

@@ -65,9 +65,11 @@ void expect_failure(const ProxySettings& settings, int target_port) {
 
 class ProxyTest : public ::testing::Test {
  protected:
-  void start(const std::vector<std::string>& argv, int port) {
+  // "" once the server listens on `port`, else why it does not; a test stops there, so that one
+  // missing server does not show as a cascade of failed tunnels.
+  std::string start(const std::vector<std::string>& argv, int port) {
     server_ = std::make_unique<ChildProcess>(argv, dir_.file("server.log"));
-    ASSERT_TRUE(testing::wait_for_port(port)) << argv[0] << " did not listen on " << port;
+    return server_->wait_until_listening(port);
   }
   TempDir dir_;
   ScriptedServer target_{testing::echo_handler()};
@@ -78,9 +80,10 @@ class ProxyTest : public ::testing::Test {
 TEST_F(ProxyTest, Socks5WithPasswordThroughMicrosocks) {
   REQUIRE_PROGRAM("/usr/bin/microsocks", "microsocks");
   int port = testing::free_port();
-  start({"/usr/bin/microsocks", "-i", "127.0.0.1", "-p", std::to_string(port), "-u", kUser, "-P",
-         kPassword},
-        port);
+  ASSERT_EQ(start({"/usr/bin/microsocks", "-i", "127.0.0.1", "-p", std::to_string(port), "-u",
+                   kUser, "-P", kPassword},
+                  port),
+            "");
   expect_tunnel(*settings_for(PROXY_TYPE_SOCKS5, port, kUser, kPassword), target_);
   expect_failure(*settings_for(PROXY_TYPE_SOCKS5, port, kUser, "wrong"), target_.port());
   expect_failure(*settings_for(PROXY_TYPE_SOCKS5, port), target_.port());  // method 255
@@ -94,7 +97,10 @@ TEST_F(ProxyTest, Socks4AndSocks5ThroughDante) {
                                "client pass {\n from: 127.0.0.0/8 to: 0.0.0.0/0\n log: error\n}\n"
                                "socks pass {\n from: 127.0.0.0/8 to: 0.0.0.0/0\n command: connect\n"
                                " protocol: tcp\n log: error\n}\n");
-  start({"/usr/sbin/danted", "-f", dir_.file("dante.conf"), "-p", dir_.file("danted.pid")}, port);
+  ASSERT_EQ(
+      start({"/usr/sbin/danted", "-f", dir_.file("dante.conf"), "-p", dir_.file("danted.pid")},
+            port),
+      "");
   expect_tunnel(*settings_for(PROXY_TYPE_SOCKS5, port), target_);
   expect_failure(*settings_for(PROXY_TYPE_SOCKS5, port), closed_port_);
   // dante reads the 4a marker 0.0.0.1 as an address and refuses it (status 91).
@@ -125,18 +131,19 @@ TEST_F(ProxyTest, Socks4aThroughSshDynamicForwarding) {
                                 "UsePAM yes\nStrictModes no\nAllowTcpForwarding yes\n"
                                 "PermitTTY no\nX11Forwarding no\n");
   ChildProcess sshd({"/usr/sbin/sshd", "-D", "-e", "-f", d + "/sshd_config"}, d + "/sshd.log");
-  ASSERT_TRUE(testing::wait_for_port(ssh_port));
+  ASSERT_EQ(sshd.wait_until_listening(ssh_port), "");
   ASSERT_EQ(std::system(("echo \"[127.0.0.1]:" + std::to_string(ssh_port) + " $(cat " + d +
                          "/hostkey.pub)\" > " + d + "/known_hosts")
                             .c_str()),
             0);
   const char* user = std::getenv("USER");
   std::string login = std::string(user ? user : "root") + "@127.0.0.1";
-  start({"/usr/bin/ssh", "-N", "-D", "127.0.0.1:" + std::to_string(port), "-p",
-         std::to_string(ssh_port), "-i", d + "/clientkey", "-o", "BatchMode=yes", "-o",
-         "ExitOnForwardFailure=yes", "-o", "IdentitiesOnly=yes", "-o",
-         "UserKnownHostsFile=" + d + "/known_hosts", login},
-        port);
+  ASSERT_EQ(start({"/usr/bin/ssh", "-N", "-D", "127.0.0.1:" + std::to_string(port), "-p",
+                   std::to_string(ssh_port), "-i", d + "/clientkey", "-o", "BatchMode=yes", "-o",
+                   "ExitOnForwardFailure=yes", "-o", "IdentitiesOnly=yes", "-o",
+                   "UserKnownHostsFile=" + d + "/known_hosts", login},
+                  port),
+            "");
   expect_tunnel(*settings_for(PROXY_TYPE_SOCKS4, port, "anyone"), target_);
   expect_failure(*settings_for(PROXY_TYPE_SOCKS4, port, "anyone"), closed_port_);
   expect_failure(*settings_for(PROXY_TYPE_SOCKS4, port), target_.port());
@@ -157,14 +164,15 @@ TEST_F(ProxyTest, HttpConnectThroughTinyproxy) {
   REQUIRE_PROGRAM("/usr/bin/tinyproxy", "tinyproxy");
   int port = testing::free_port();
   dir_.write("open.conf", tinyproxy_config(port, target_.port(), closed_port_, false));
-  start({"/usr/bin/tinyproxy", "-d", "-c", dir_.file("open.conf")}, port);
+  ASSERT_EQ(start({"/usr/bin/tinyproxy", "-d", "-c", dir_.file("open.conf")}, port), "");
   expect_tunnel(*settings_for(PROXY_TYPE_HTTP, port), target_);
   expect_failure(*settings_for(PROXY_TYPE_HTTP_ALT, port), closed_port_);  // 500
 
   int auth_port = testing::free_port();
   dir_.write("auth.conf", tinyproxy_config(auth_port, target_.port(), closed_port_, true));
-  ChildProcess authenticating({"/usr/bin/tinyproxy", "-d", "-c", dir_.file("auth.conf")});
-  ASSERT_TRUE(testing::wait_for_port(auth_port));
+  ChildProcess authenticating({"/usr/bin/tinyproxy", "-d", "-c", dir_.file("auth.conf")},
+                              dir_.file("auth.log"));
+  ASSERT_EQ(authenticating.wait_until_listening(auth_port), "");
   expect_tunnel(*settings_for(PROXY_TYPE_HTTP, auth_port, kUser, kPassword), target_);
   expect_failure(*settings_for(PROXY_TYPE_HTTP, auth_port, kUser, "wrong"), target_.port());
   expect_failure(*settings_for(PROXY_TYPE_HTTP, auth_port), target_.port());  // 407 challenge
@@ -190,7 +198,7 @@ TEST_F(ProxyTest, HttpConnectThroughSquidAnswers407) {
                  std::to_string(target_.port()) +
                  "\nhttp_access deny !lo\nhttp_access deny !users\nhttp_access allow target\n"
                  "http_access deny all\n");
-  start({"/usr/sbin/squid", "-N", "-d", "1", "-f", dir_.file("squid.conf")}, port);
+  ASSERT_EQ(start({"/usr/sbin/squid", "-N", "-d", "1", "-f", dir_.file("squid.conf")}, port), "");
   expect_tunnel(*settings_for(PROXY_TYPE_HTTP, port, kUser, kPassword), target_);
   expect_failure(*settings_for(PROXY_TYPE_HTTP, port, kUser, "wrong"), target_.port());
   expect_failure(*settings_for(PROXY_TYPE_HTTP, port), target_.port());

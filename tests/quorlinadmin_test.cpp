@@ -165,6 +165,7 @@ TEST_F(QuorlinadminTest, DropSparesExactlyFriends) {
 }
 
 TEST(QuorlinadminWithoutService, ReportsTheFailedCall) {
+  ASSERT_TRUE(testing::port_is_free(SERVICE_PORT)) << "port 7000 is taken by another program";
   ToolRun list = run_tool("list");
   EXPECT_EQ(list.err, "quorlinadmin: Call get_networks failed\n");
   EXPECT_EQ(list.status, 0);
@@ -179,6 +180,7 @@ TEST(QuorlinadminAgainstScriptedService, StopsAtAnEntryThatIsNotANetwork) {
       "<PeerNetworks><PeerNetwork><Id>4</Id><Name>a</Name></PeerNetwork><Foo></Foo>"
       "<PeerNetwork><Id>5</Id></PeerNetwork></PeerNetworks>\n";
   testing::ScriptedServer service(testing::answer_one_line(reply), SERVICE_PORT);
+  ASSERT_TRUE(service.listening()) << "port 7000 is taken";
   ToolRun list = run_tool("list");
   EXPECT_EQ(list.err,
             "Network id: 4, name: a\nNetwork member count: 0\n"

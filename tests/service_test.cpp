@@ -119,6 +119,7 @@ TEST(ServiceReplies, IntegerShapesAndBufferCopies) {
   };
   for (const auto& c : local_ip_cases) {
     testing::ScriptedServer service(testing::answer_one_line(c.reply), SERVICE_PORT);
+    ASSERT_TRUE(service.listening()) << "port 7000 is taken";
     char buffer[16] = "untouched";
     EXPECT_EQ(get_local_ip(buffer), c.retval) << c.reply;
     EXPECT_STREQ(buffer, c.buffer_after) << c.reply;
@@ -128,6 +129,7 @@ TEST(ServiceReplies, IntegerShapesAndBufferCopies) {
 TEST(ServiceReplies, ChatMessageIsCopiedForAnyRetval) {
   testing::ScriptedServer service(
       testing::answer_one_line("p2pnet_chat_mesg=late&p2pnet_retval=-7\r\n"), SERVICE_PORT);
+  ASSERT_TRUE(service.listening()) << "port 7000 is taken";
   char buffer[16] = {};
   EXPECT_EQ(receive_chat_message(1, "p", buffer), -7);
   EXPECT_STREQ(buffer, "late");
@@ -136,6 +138,7 @@ TEST(ServiceReplies, ChatMessageIsCopiedForAnyRetval) {
 TEST(ServiceReplies, ConnectionInfoWithoutItsSecondLineLeavesTheRecord) {
   for (const char* reply : {"p2pnet_retval=2\r\n", "p2pnet_retval=2\r\n<PeerConnectionInfo>"}) {
     testing::ScriptedServer service(testing::answer_one_line(reply), SERVICE_PORT);
+    ASSERT_TRUE(service.listening()) << "port 7000 is taken";
     PeerConnectionInfo info{};
     copy_fixed_text(info.peer, "kept");
     EXPECT_EQ(get_connection_info(1, "p", info), 2);
@@ -170,6 +173,7 @@ TEST(ServiceReplies, DeepAndOverlongDocumentsAreReadSafely) {
                          "</PeerIp></PeerConnectionInfo>\n";
   for (const std::string& reply : {deep + "\n", overlong}) {
     testing::ScriptedServer service(testing::answer_one_line(reply), SERVICE_PORT);
+    ASSERT_TRUE(service.listening()) << "port 7000 is taken";
     if (reply == overlong) {
       PeerConnectionInfo info{};
       EXPECT_EQ(get_connection_info(1, "p", info), 0);

@@ -11,24 +11,42 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <chrono>
 #include <cstdlib>
+#include <cstring>
 #include <filesystem>
 #include <fstream>
+#include <iterator>
 #include <stdexcept>
+
+#include "quorlin/net/connection.hpp"
 
 namespace quorlin::testing {
 namespace {
 
 sockaddr_in loopback(int port) {
-  sockaddr_in address{};
-  address.sin_family = AF_INET;
-  address.sin_port = htons(static_cast<uint16_t>(port));
-  address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-  return address;
+  return ipv4_socket_address("127.0.0.1", port);
+}
+
+// The last 2,000 bytes of a file, for a failure message.
+std::string log_tail(const std::string& path) {
+  std::ifstream in(path);
+  std::string text((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
+  return text.size() > 2000 ? text.substr(text.size() - 2000) : text;
 }
 
 }  // namespace
+
+bool port_is_free(int port) {
+  const int descriptor = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+  const int on = 1;
+  setsockopt(descriptor, SOL_SOCKET, SO_REUSEADDR, &on, sizeof on);  // TIME_WAIT is free
+  sockaddr_in address = loopback(port);
+  const bool bound = bind(descriptor, reinterpret_cast<sockaddr*>(&address), sizeof address) == 0;
+  close(descriptor);
+  return bound;
+}
 
 int free_port() {
   int descriptor = socket(AF_INET, SOCK_STREAM, 0);
@@ -40,16 +58,12 @@ int free_port() {
   return ntohs(address.sin_port);
 }
 
-bool wait_for_port(int port, int timeout_ms) {
-  for (int waited = 0; waited <= timeout_ms; waited += 100) {
-    int descriptor = socket(AF_INET, SOCK_STREAM, 0);
-    sockaddr_in address = loopback(port);
-    bool open = connect(descriptor, reinterpret_cast<sockaddr*>(&address), sizeof address) == 0;
-    close(descriptor);
-    if (open) return true;
-    usleep(100'000);
-  }
-  return false;
+bool accepts_connections(int port) {
+  const int descriptor = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+  sockaddr_in address = loopback(port);
+  const bool open = connect(descriptor, reinterpret_cast<sockaddr*>(&address), sizeof address) == 0;
+  close(descriptor);
+  return open;
 }
 
 int open_descriptor_count() {
@@ -75,24 +89,55 @@ void TempDir::write(const std::string& name, const std::string& text) const {
   std::ofstream(file(name)) << text;
 }
 
-ChildProcess::ChildProcess(const std::vector<std::string>& argv, const std::string& log_file) {
+ChildProcess::ChildProcess(const std::vector<std::string>& argv, const std::string& log_file)
+    : program_(argv.at(0)), log_file_(log_file) {
   // Everything the child needs is prepared before fork: only async-signal-safe calls follow.
   std::vector<char*> arguments;
   for (const std::string& argument : argv) arguments.push_back(const_cast<char*>(argument.c_str()));
   arguments.push_back(nullptr);
   int output = open(log_file.c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0644);
+  // A failed exec writes its errno here; a successful one closes the pipe with nothing written.
+  int exec_report[2];
+  if (pipe2(exec_report, O_CLOEXEC) != 0) throw std::runtime_error("pipe2 failed");
   pid_ = fork();
   if (pid_ == 0) {
     dup2(output, STDOUT_FILENO);
     dup2(output, STDERR_FILENO);
-    execvp(arguments[0], arguments.data());
+    execv(arguments[0], arguments.data());
+    const int error = errno;
+    [[maybe_unused]] ssize_t written = write(exec_report[1], &error, sizeof error);
     _exit(127);
   }
   close(output);
+  close(exec_report[1]);
+  int error = 0;
+  if (read(exec_report[0], &error, sizeof error) == sizeof error) exec_error_ = error;
+  close(exec_report[0]);
 }
 
 ChildProcess::~ChildProcess() {
   stop();
+}
+
+std::string ChildProcess::wait_until_listening(int port) {
+  if (exec_error_ == 0) {
+    for (int waited = 0; waited <= 10'000; waited += 100) {
+      if (accepts_connections(port)) return "";
+      int status = 0;
+      if (pid_ > 0 && waitpid(pid_, &status, WNOHANG) == pid_) {
+        pid_ = -1;
+        std::string ended = WIFEXITED(status)
+                                ? "exited with status " + std::to_string(WEXITSTATUS(status))
+                                : "ended by signal " + std::to_string(WTERMSIG(status));
+        return program_ + " " + ended + " before listening on port " + std::to_string(port) +
+               "; the end of its log:\n" + log_tail(log_file_);
+      }
+      usleep(100'000);
+    }
+    return program_ + " did not listen on port " + std::to_string(port) +
+           " within 10 s; the end of its log:\n" + log_tail(log_file_);
+  }
+  return "cannot run " + program_ + ": " + std::strerror(exec_error_);
 }
 
 void ChildProcess::stop() {

@@ -19,8 +19,8 @@ namespace quorlin::testing {
 // A loopback port that was free a moment ago.
 int free_port();
 
-// Polls a TCP connect to 127.0.0.1:port every 100 ms; true once it succeeds.
-bool wait_for_port(int port, int timeout_ms = 10000);
+// Whether a TCP connect to 127.0.0.1:port succeeds now.
+bool accepts_connections(int port);
 
 // Entries in /proc/self/fd.
 int open_descriptor_count();
@@ -38,8 +38,11 @@ class TempDir {
   std::string path_;
 };
 
-// A program started directly (argv[0] is looked up in PATH), output appended to `log_file`
-// (or discarded), stopped with SIGTERM and reaped on destruction.
+// Whether nothing listens on 127.0.0.1:port.
+bool port_is_free(int port);
+
+// A program started directly by its full path (a normal user's PATH has no /usr/sbin), output
+// appended to `log_file` (or discarded), stopped with SIGTERM and reaped on destruction.
 class ChildProcess {
  public:
   ChildProcess(const std::vector<std::string>& argv, const std::string& log_file = "/dev/null");
@@ -47,10 +50,16 @@ class ChildProcess {
   ChildProcess(const ChildProcess&) = delete;
   ChildProcess& operator=(const ChildProcess&) = delete;
   void stop();
-  bool running() const { return pid_ > 0; }
+
+  // Waits until the program listens on 127.0.0.1:port. "" then; else what went wrong: the
+  // exec failure, or how the program ended, and the end of its log.
+  std::string wait_until_listening(int port);
 
  private:
+  std::string program_;
+  std::string log_file_;
   pid_t pid_ = -1;
+  int exec_error_ = 0;  // errno of a failed exec
 };
 
 // A loopback TCP server that runs a handler on every accepted connection (one at a time, in a
