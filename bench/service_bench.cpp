@@ -4,16 +4,22 @@
 // process on port 7000.
 #include <arpa/inet.h>
 #include <benchmark/benchmark.h>
+#include <fcntl.h>
 #include <netinet/in.h>
+#include <sys/resource.h>
 #include <sys/socket.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
+#include <csignal>
 #include <cstring>
 
 #include <cstdio>
 #include <cstdlib>
 #include <fstream>
 #include <string>
+#include <vector>
 
 #include "quorlin/client/service.hpp"
 #include "quorlin/net/connection.hpp"
@@ -49,20 +55,60 @@ Fixture& fixture() {
   return instance;
 }
 
-void run_or_fail(benchmark::State& state, const std::string& command) {
-  if (std::system(command.c_str()) == -1) state.SkipWithError("could not run the command");
+// Runs a program with its output discarded and returns its own resource use (wait4), so that
+// the serving side in this process is not counted. A program ended by Ctrl-C ends the
+// benchmark too: the whole foreground group got the signal.
+struct ChildUse {
+  bool ran = false;
+  double cpu_seconds = 0;  // user + system
+  double peak_mb = 0;
+};
+
+ChildUse run_child(std::vector<std::string> argv) {
+  std::vector<char*> arguments;
+  for (std::string& argument : argv) arguments.push_back(argument.data());
+  arguments.push_back(nullptr);
+  const pid_t pid = fork();
+  if (pid == 0) {
+    const int discard = open("/dev/null", O_WRONLY);
+    dup2(discard, STDOUT_FILENO);
+    dup2(discard, STDERR_FILENO);
+    execv(arguments[0], arguments.data());
+    _exit(127);
+  }
+  int status = 0;
+  rusage usage{};
+  if (pid < 0 || wait4(pid, &status, 0, &usage) != pid) return {};
+  if (WIFSIGNALED(status) && WTERMSIG(status) == SIGINT) std::exit(130);
+  const auto seconds = [](timeval time) { return time.tv_sec + time.tv_usec / 1e6; };
+  return {.ran = WIFEXITED(status) && WEXITSTATUS(status) != 127,
+          .cpu_seconds = seconds(usage.ru_utime) + seconds(usage.ru_stime),
+          .peak_mb = usage.ru_maxrss / 1024.0};
+}
+
+// Times the program; the counters say its CPU time per run and its peak resident memory.
+void run_program(benchmark::State& state, const std::vector<std::string>& argv) {
+  double cpu_seconds = 0;
+  double peak_mb = 0;
+  for (auto _ : state) {
+    const ChildUse use = run_child(argv);
+    if (!use.ran) state.SkipWithError(("could not run " + argv[0]).c_str());
+    cpu_seconds += use.cpu_seconds;
+    peak_mb = std::max(peak_mb, use.peak_mb);
+  }
+  state.counters["cpu_ms"] = 1000 * cpu_seconds / static_cast<double>(state.iterations());
+  state.counters["peak_MB"] = peak_mb;
+  state.counters["document_MB"] = static_cast<double>(fixture().document_bytes) / (1 << 20);
 }
 
 void BM_QuorlinadminList16MB(benchmark::State& state) {
-  const std::string command = std::string(QUORLINADMIN_PATH) + " list 2>/dev/null";
-  run_or_fail(state, command);  // the simulator writes its reply once, then serves it cached
-  for (auto _ : state) run_or_fail(state, command);
-  state.counters["document_MB"] = fixture().document_bytes / 1e6;
+  fixture();
+  run_child({QUORLINADMIN_PATH, "list"});  // the simulator writes its reply once, then serves it
+  run_program(state, {QUORLINADMIN_PATH, "list"});
 }
 
 void BM_XmllintNoout16MB(benchmark::State& state) {
-  const std::string command = "xmllint --noout " + fixture().document_path;
-  for (auto _ : state) run_or_fail(state, command);
+  run_program(state, {"/usr/bin/xmllint", "--noout", fixture().document_path});
 }
 
 void BM_GetLocalIp(benchmark::State& state) {
