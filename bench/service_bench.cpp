@@ -55,25 +55,22 @@ Fixture& fixture() {
   return instance;
 }
 
-// Runs a program with its output discarded and returns its own resource use (wait4), so that
-// the serving side in this process is not counted. A program ended by Ctrl-C ends the
-// benchmark too: the whole foreground group got the signal.
 struct ChildUse {
   bool ran = false;
   double cpu_seconds = 0;  // user + system
   double peak_mb = 0;
 };
 
-ChildUse run_child(std::vector<std::string> argv) {
-  std::vector<char*> arguments;
-  for (std::string& argument : argv) arguments.push_back(argument.data());
-  arguments.push_back(nullptr);
+// Runs a program with its output discarded and returns its own resource use (wait4), so that
+// the serving side in this process is not counted. A program ended by Ctrl-C ends the
+// benchmark too: the whole foreground group got the signal.
+ChildUse run_and_measure(char* const* argv) {
   const pid_t pid = fork();
   if (pid == 0) {
     const int discard = open("/dev/null", O_WRONLY);
     dup2(discard, STDOUT_FILENO);
     dup2(discard, STDERR_FILENO);
-    execv(arguments[0], arguments.data());
+    execv(argv[0], argv);
     _exit(127);
   }
   int status = 0;
@@ -84,6 +81,58 @@ ChildUse run_child(std::vector<std::string> argv) {
   return {.ran = WIFEXITED(status) && WEXITSTATUS(status) != 127,
           .cpu_seconds = seconds(usage.ru_utime) + seconds(usage.ru_stime),
           .peak_mb = usage.ru_maxrss / 1024.0};
+}
+
+// A process forked when this one is loaded, while it is still small, that runs the measured
+// programs: a child's peak resident size counts the memory of the process it was forked from,
+// and this process grows to hold the simulator's 16 MB list. Requests are argument vectors
+// (NUL-separated, after their length); answers are ChildUse records.
+class Launcher {
+ public:
+  Launcher() {
+    if (pipe(requests_) != 0 || pipe(answers_) != 0) return;
+    if (fork() == 0) {
+      serve();
+      _exit(0);
+    }
+  }
+
+  ChildUse run(const std::vector<std::string>& argv) {
+    std::string request;
+    for (const std::string& argument : argv) request.append(argument).push_back('\0');
+    const std::size_t size = request.size();
+    ChildUse use;
+    if (write(requests_[1], &size, sizeof size) != sizeof size ||
+        write(requests_[1], request.data(), size) != static_cast<ssize_t>(size) ||
+        read(answers_[0], &use, sizeof use) != sizeof use) {
+      return {};
+    }
+    return use;
+  }
+
+ private:
+  void serve() {
+    for (std::size_t size = 0; read(requests_[0], &size, sizeof size) == sizeof size;) {
+      std::string request(size, '\0');
+      if (read(requests_[0], request.data(), size) != static_cast<ssize_t>(size)) return;
+      std::vector<char*> argv;
+      for (std::size_t at = 0; at < size; at = request.find('\0', at) + 1) {
+        argv.push_back(request.data() + at);
+      }
+      argv.push_back(nullptr);
+      const ChildUse use = run_and_measure(argv.data());
+      if (write(answers_[1], &use, sizeof use) != sizeof use) return;
+    }
+  }
+
+  int requests_[2] = {-1, -1};
+  int answers_[2] = {-1, -1};
+};
+
+Launcher launcher;
+
+ChildUse run_child(const std::vector<std::string>& argv) {
+  return launcher.run(argv);
 }
 
 // Times the program; the counters say its CPU time per run and its peak resident memory.
