@@ -92,9 +92,15 @@ class Launcher {
   Launcher() {
     if (pipe(requests_) != 0 || pipe(answers_) != 0) return;
     if (fork() == 0) {
+      // Only this process's own ends stay open, so that it sees the end of the requests when
+      // the benchmark ends, however it ends.
+      close(requests_[1]);
+      close(answers_[0]);
       serve();
       _exit(0);
     }
+    close(requests_[0]);
+    close(answers_[1]);
   }
 
   ChildUse run(const std::vector<std::string>& argv) {
