@@ -6,7 +6,6 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
-
 #include "quorlin/net/connection.hpp"
 #include "tools/loopback_server/loopback_server.hpp"
 
