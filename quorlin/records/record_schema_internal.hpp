@@ -1,0 +1,202 @@
+// Record schemas: each record kind is one table of its child elements, walked by one reader and
+// one writer.
+//
+// A row names a child element and says how it is read into the record and written from it. The
+// row's order is the order the writer follows; the reader takes children in any order and looks
+// each one up by its exact name. A row without a reader is skipped when read (a member's PeerIp);
+// a row without a writer is never written (a connection's Role). Fields with behaviour of their
+// own (a network's members, a folder's Path) carry their own functions in their row.
+//
+// Not installed: the tables belong to the record readers and writers.
+#ifndef QUORLIN_RECORDS_RECORD_SCHEMA_INTERNAL_HPP
+#define QUORLIN_RECORDS_RECORD_SCHEMA_INTERNAL_HPP
+
+#include <memory>
+#include <span>
+#include <string_view>
+
+#include "quorlin/records/record_reader.hpp"
+#include "quorlin/records/record_writer.hpp"
+#include "quorlin/records/records.hpp"
+#include "quorlin/xml/xml_node.hpp"
+#include "quorlin/xml/xml_writer.hpp"
+
+namespace quorlin::schema {
+
+template <typename Record>
+struct Field {
+  using Read = void (*)(const Field& field, const XmlNode& child, Record& record);
+  using Write = void (*)(const Field& field, const Record& record, XmlNode& element);
+
+  std::string_view element;
+  Read read = nullptr;         // null: the child is skipped
+  Write write = nullptr;       // null: the field is never written
+  std::string_view item = {};  // a text list's item element
+};
+
+template <typename Record>
+struct Schema {
+  std::string_view element;
+  std::span<const Field<Record>> fields;
+};
+
+// Reads one child into the field of its name; a child without a readable row is skipped.
+template <typename Record>
+void read_child(const Schema<Record>& schema, const XmlNode& child, Record& record) {
+  const std::string_view name = xml_node_name(child);
+  for (const Field<Record>& field : schema.fields) {
+    if (field.element == name && field.read != nullptr) {
+      field.read(field, child, record);
+      return;
+    }
+  }
+}
+
+// Fills `record` from the children of `element`; a repeated child overwrites the earlier value.
+template <typename Record>
+void read_fields(const Schema<Record>& schema, const XmlNode& element, Record& record) {
+  for (const XmlChild* child = xml_node_children(element).first; child != nullptr;
+       child = child->next) {
+    read_child(schema, child->item, record);
+  }
+}
+
+// Adds the record's children to `element` in the table's order.
+template <typename Record>
+void write_fields(const Schema<Record>& schema, const Record& record, XmlNode& element) {
+  for (const Field<Record>& field : schema.fields) {
+    if (field.write != nullptr) field.write(field, record, element);
+  }
+}
+
+// The record read from `element`, made by `make`; null when the element has another name.
+template <typename Record, typename Make>
+std::unique_ptr<Record> read_record(const Schema<Record>& schema, const XmlNode& element,
+                                    Make make) {
+  if (xml_node_name(element) != schema.element) return nullptr;
+  std::unique_ptr<Record> record = make();
+  read_fields(schema, element, *record);
+  return record;
+}
+
+// The record as a new tree whose root is named `root_name`.
+template <typename Record>
+std::unique_ptr<XmlNode> record_tree(const Schema<Record>& schema, const Record& record,
+                                     std::string_view root_name) {
+  std::unique_ptr<XmlNode> root = xml_node_new(root_name);
+  write_fields(schema, record, *root);
+  return root;
+}
+
+// --- the kinds of field ---
+
+template <typename>
+struct MemberPointer;
+template <typename Record_, typename Value_>
+struct MemberPointer<Value_ Record_::*> {
+  using Record = Record_;
+  using Value = Value_;
+};
+template <auto Member>
+using RecordOf = typename MemberPointer<decltype(Member)>::Record;
+
+// An owned text: null when the child has no text, and a null text writes an empty element.
+template <auto Member>
+constexpr Field<RecordOf<Member>> text(std::string_view element) {
+  using Record = RecordOf<Member>;
+  return {element,
+          [](const Field<Record>&, const XmlNode& child, Record& record) {
+            record.*Member = xml_text_dup(child);
+          },
+          [](const Field<Record>& field, const Record& record, XmlNode& element) {
+            const Text& value = record.*Member;
+            xml_node_set_text(xml_add_element(element, field.element),
+                              value ? OptionalText(*value) : std::nullopt);
+          }};
+}
+
+// An int or a long: read as atoi/atol read it, -1 without text; written in decimal.
+template <auto Member>
+constexpr Field<RecordOf<Member>> number(std::string_view element) {
+  using Record = RecordOf<Member>;
+  using Value = typename MemberPointer<decltype(Member)>::Value;
+  return {element,
+          [](const Field<Record>&, const XmlNode& child, Record& record) {
+            // The int narrowing keeps the low bits, as atoi's does.
+            record.*Member = static_cast<Value>(xml_text_long(child));
+          },
+          [](const Field<Record>& field, const Record& record, XmlNode& element) {
+            xml_set_text_long(xml_add_element(element, field.element), record.*Member);
+          }};
+}
+
+// A fixed text field, cut to leave room for its NUL; always written.
+template <auto Member>
+constexpr Field<RecordOf<Member>> fixed_text(std::string_view element) {
+  using Record = RecordOf<Member>;
+  return {element,
+          [](const Field<Record>&, const XmlNode& child, Record& record) {
+            copy_fixed_text(record.*Member, xml_node_text(child));
+          },
+          [](const Field<Record>& field, const Record& record, XmlNode& element) {
+            xml_node_set_text(xml_add_element(element, field.element),
+                              std::string_view(record.*Member));
+          }};
+}
+
+// Every child element becomes a Share of the List; written as one element per share.
+template <auto Member>
+constexpr Field<RecordOf<Member>> share_list(std::string_view element) {
+  using Record = RecordOf<Member>;
+  return {element,
+          [](const Field<Record>&, const XmlNode& child, Record& record) {
+            share_list_read(child, record.*Member);
+          },
+          [](const Field<Record>& field, const Record& record, XmlNode& element) {
+            share_list_write(record.*Member, field.element, element);
+          }};
+}
+
+inline TextList* text_list_of(TextList& list) {
+  return &list;
+}
+inline const TextList* text_list_of(const TextList& list) {
+  return &list;
+}
+inline TextList* text_list_of(const std::unique_ptr<TextList>& list) {
+  return list.get();
+}
+
+// Texts of the children named `item`; a missing List writes an empty element.
+template <auto Member>
+constexpr Field<RecordOf<Member>> text_list(std::string_view element, std::string_view item) {
+  using Record = RecordOf<Member>;
+  return {element,
+          [](const Field<Record>& field, const XmlNode& child, Record& record) {
+            string_list_read(child, field.element, field.item, *text_list_of(record.*Member));
+          },
+          [](const Field<Record>& field, const Record& record, XmlNode& element) {
+            if (const TextList* list = text_list_of(record.*Member)) {
+              string_list_write(*list, field.element, field.item, element);
+            } else {
+              xml_add_element(element, field.element);
+            }
+          },
+          item};
+}
+
+template <typename Record>
+constexpr Field<Record> read_only(Field<Record> field) {
+  field.write = nullptr;
+  return field;
+}
+
+template <typename Record>
+constexpr Field<Record> write_only(Field<Record> field) {
+  field.read = nullptr;
+  return field;
+}
+
+}  // namespace quorlin::schema
+
+#endif  // QUORLIN_RECORDS_RECORD_SCHEMA_INTERNAL_HPP

@@ -1,0 +1,466 @@
+// Records to and from XML: one table per record kind, read and written by the walks of
+// record_schema_internal.hpp.
+//
+// The tables list the children in the order the writer writes them. Where the two directions
+// differ, the row says so: a member's PeerIp is written but never read, a connection's Role read
+// but never written, a share's Path read from any share and written only for a folder.
+#include <cstdio>
+
+#include "quorlin/base/strings.hpp"
+#include "quorlin/records/record_reader.hpp"
+#include "quorlin/records/record_schema_internal.hpp"
+#include "quorlin/records/record_writer.hpp"
+#include "quorlin/xml/xml_parser.hpp"
+#include "quorlin/xml/xml_writer.hpp"
+
+namespace quorlin {
+namespace {
+
+using schema::Field;
+using schema::number;
+using schema::read_only;
+using schema::Schema;
+using schema::share_list;
+using schema::text;
+using schema::text_list;
+using schema::write_only;
+
+constexpr Field<ServiceState> kServiceStateFields[] = {
+    text<&ServiceState::username>("Username"),
+    number<&ServiceState::type>("Type"),
+    number<&ServiceState::started>("Started"),
+};
+constexpr Schema<ServiceState> kServiceState{"ServiceState", kServiceStateFields};
+
+constexpr Field<PeerConnectionInfo> kPeerConnectionInfoFields[] = {
+    schema::fixed_text<&PeerConnectionInfo::peer>("Peer"),
+    schema::fixed_text<&PeerConnectionInfo::peer_ip>("PeerIp"),
+    schema::fixed_text<&PeerConnectionInfo::peer_host_ip>("PeerHostIp"),
+    number<&PeerConnectionInfo::connection_try>("ConnectionTry"),
+    number<&PeerConnectionInfo::connection_protocol>("ConnectionProtocol"),
+    number<&PeerConnectionInfo::connection_direction>("ConnectionDirection"),
+    number<&PeerConnectionInfo::connection_method>("ConnectionMethod"),
+    read_only(number<&PeerConnectionInfo::role>("Role")),
+    number<&PeerConnectionInfo::initiator>("Initiator"),
+    number<&PeerConnectionInfo::encryption_type>("EncryptionType"),
+};
+constexpr Schema<PeerConnectionInfo> kPeerConnectionInfo{"PeerConnectionInfo",
+                                                         kPeerConnectionInfoFields};
+
+constexpr Field<Accessor> kAccessorFields[] = {
+    text<&Accessor::name>("Name"),
+    number<&Accessor::type>("Type"),
+};
+constexpr Schema<Accessor> kAccessor{"Accessor", kAccessorFields};
+
+constexpr Field<Share> kShareFields[] = {
+    text<&Share::name>("Name"),
+    number<&Share::type>("Type"),
+    {"AccessList",
+     [](const Field<Share>&, const XmlNode& child, Share& share) {
+       access_list_read(child, *share.access_list);
+     },
+     [](const Field<Share>&, const Share& share, XmlNode& element) {
+       access_list_write(*share.access_list, element);
+     }},
+    {"Path", text<&Share::path>("Path").read,
+     [](const Field<Share>& field, const Share& share, XmlNode& element) {
+       if (share.type == SHARE_TYPE_FOLDER) text<&Share::path>("Path").write(field, share, element);
+     }},
+};
+// The element's name varies with the share's type; see share_element_name.
+constexpr Schema<Share> kShare{"", kShareFields};
+
+constexpr Field<Notification> kNotificationFields[] = {
+    number<&Notification::type>("Type"),
+    text<&Notification::text>("Username"),
+    text<&Notification::text2>("Member"),
+    text<&Notification::text3>("PrevMember"),
+};
+constexpr Schema<Notification> kNotification{"Notification", kNotificationFields};
+
+constexpr Field<PeerMember> kPeerMemberFields[] = {
+    text<&PeerMember::peer>("Peer"),
+    number<&PeerMember::status>("Status"),
+    write_only(text<&PeerMember::peer_ip>("PeerIp")),
+    number<&PeerMember::connect_status>("ConnectStatus"),
+    share_list<&PeerMember::remote_shares>("RemoteShares"),
+    text_list<&PeerMember::messages>("Messages", "Message"),
+    number<&PeerMember::connect_count>("ConnectCount"),
+};
+constexpr Schema<PeerMember> kPeerMember{"PeerMember", kPeerMemberFields};
+
+constexpr Field<PeerNetwork> kPeerNetworkFields[] = {
+    number<&PeerNetwork::id>("Id"),
+    number<&PeerNetwork::type>("Type"),
+    text<&PeerNetwork::name>("Name"),
+    {"PeerMembers",
+     [](const Field<PeerNetwork>&, const XmlNode& child, PeerNetwork& network) {
+       peer_member_list_read(child, network);
+     },
+     [](const Field<PeerNetwork>&, const PeerNetwork& network, XmlNode& element) {
+       peer_member_list_write(network.peer_members, element);
+     }},
+    share_list<&PeerNetwork::folder_shares>("FolderShares"),
+    share_list<&PeerNetwork::connection_shares>("ConnectionShares"),
+    number<&PeerNetwork::connect_status>("ConnectStatus"),
+    number<&PeerNetwork::enable_sharing>("EnableSharing"),
+    number<&PeerNetwork::enable_folder_sharing>("EnableFolderSharing"),
+    number<&PeerNetwork::enable_connection_sharing>("EnableConnectionSharing"),
+};
+constexpr Schema<PeerNetwork> kPeerNetwork{"PeerNetwork", kPeerNetworkFields};
+
+constexpr Field<AddNetworkRequest> kAddNetworkRequestFields[] = {
+    text<&AddNetworkRequest::name>("Name"),
+    text_list<&AddNetworkRequest::members>("Members", "Member"),
+    number<&AddNetworkRequest::type>("Type"),
+    number<&AddNetworkRequest::connection_type>("ConnectionType"),
+};
+constexpr Schema<AddNetworkRequest> kAddNetworkRequest{"AddNetworkRequest",
+                                                       kAddNetworkRequestFields};
+
+std::string_view share_element_name(int type) {
+  if (type == SHARE_TYPE_FOLDER) return "FolderShare";
+  if (type == SHARE_TYPE_CONNECTION) return "ConnectionShare";
+  return "Share";
+}
+
+int share_type_of(std::string_view element_name) {
+  if (element_name == "FolderShare") return SHARE_TYPE_FOLDER;
+  if (element_name == "ConnectionShare") return SHARE_TYPE_CONNECTION;
+  return 0;
+}
+
+template <typename Record>
+XmlNode& write_record(const Schema<Record>& schema, const Record& record, XmlNode& parent) {
+  XmlNode& element = xml_add_element(parent, schema.element);
+  schema::write_fields(schema, record, element);
+  return element;
+}
+
+template <typename Item, typename Write>
+void write_items(const List<std::unique_ptr<Item>>& list, XmlNode& element, Write write) {
+  for (auto* node = list.first; node != nullptr; node = node->next) {
+    if (node->item) write(*node->item, element);
+  }
+}
+
+template <typename Visit>
+void for_each_child(const XmlNode& element, Visit visit) {
+  for (const XmlChild* child = xml_node_children(element).first; child != nullptr;
+       child = child->next) {
+    visit(child->item);
+  }
+}
+
+// Parses `text`, reads its root with `read` and frees the tree; null when it does not parse.
+template <typename Read>
+auto parse_with(std::string_view text, Read read) -> decltype(read(std::declval<XmlNode&>())) {
+  std::unique_ptr<XmlNode> root = xml_parse(text);
+  if (!root) return nullptr;
+  return read(*root);
+}
+
+}  // namespace
+
+// --- reading ---
+
+int xml_text_int(const XmlNode& element) {
+  // atoi is strtol narrowed; the narrowing keeps the low bits, as the C library does.
+  return static_cast<int>(xml_text_long(element));
+}
+
+long xml_text_long(const XmlNode& element) {
+  const auto text = xml_node_text(element);
+  return text ? decimal_prefix(*text) : -1;
+}
+
+Text xml_text_dup(const XmlNode& element) {
+  const auto text = xml_node_text(element);
+  return text ? Text(*text) : std::nullopt;
+}
+
+std::unique_ptr<ServiceState> service_state_from_xml(const XmlNode& element) {
+  return schema::read_record(kServiceState, element, service_state_new);
+}
+
+std::unique_ptr<PeerConnectionInfo> peer_connection_info_from_xml(const XmlNode& element) {
+  return schema::read_record(kPeerConnectionInfo, element, peer_connection_info_new);
+}
+
+void accessor_read(const XmlNode& element, AccessorList& list) {
+  auto make = [] { return std::make_unique<Accessor>(); };
+  if (auto accessor = schema::read_record(kAccessor, element, make)) {
+    list_append(list, std::move(accessor));
+  }
+}
+
+void access_list_read(const XmlNode& element, AccessList& access_list) {
+  for_each_child(element,
+                 [&](const XmlNode& child) { accessor_read(child, access_list.accessors); });
+}
+
+void share_read(const XmlNode& element, ShareList& list) {
+  auto share = share_new(std::nullopt, share_type_of(xml_node_name(element)));
+  schema::read_fields(kShare, element, *share);
+  list_append(list, std::move(share));
+}
+
+void share_list_read(const XmlNode& element, ShareList& list) {
+  for_each_child(element, [&](const XmlNode& child) { share_read(child, list); });
+}
+
+// A value counts only after a Type child of 7, and the record starts from the kind-7
+// constructor given no texts, which refuses them: a Notification element never adds anything.
+void notification_read(const XmlNode& element, NotificationList& list) {
+  if (xml_node_name(element) != "Notification") return;
+  int type = -1;
+  std::unique_ptr<Notification> current;
+  for_each_child(element, [&](const XmlNode& child) {
+    if (xml_node_name(child) == "Type") {
+      type = xml_text_int(child);
+      if (type == NOTIFICATION_TYPE_MEMBER) {
+        current = notification_new_kind7(std::nullopt, std::nullopt, std::nullopt);
+      }
+    } else if (current && type == NOTIFICATION_TYPE_MEMBER) {
+      schema::read_child(kNotification, child, *current);
+    }
+  });
+  if (current) list_append(list, std::move(current));
+}
+
+std::unique_ptr<NotificationList> notification_list_from_xml(const XmlNode& element) {
+  auto list = list_create<std::unique_ptr<Notification>>();
+  if (xml_node_name(element) != "Notifications") return list;
+  for_each_child(element, [&](const XmlNode& child) { notification_read(child, *list); });
+  return list;
+}
+
+void string_list_read(const XmlNode& element, std::string_view list_name,
+                      std::string_view item_name, TextList& list) {
+  if (xml_node_name(element) != list_name) return;
+  for_each_child(element, [&](const XmlNode& child) {
+    if (xml_node_name(child) == item_name) list_append(list, xml_text_dup(child));
+  });
+}
+
+std::unique_ptr<PeerMember> peer_member_from_xml(const XmlNode& element, PeerNetwork* network) {
+  return schema::read_record(kPeerMember, element, [&] { return peer_member_new(network); });
+}
+
+void peer_member_list_read(const XmlNode& element, PeerNetwork& network) {
+  if (xml_node_name(element) != "PeerMembers") return;
+  for_each_child(element, [&](const XmlNode& child) {
+    if (xml_node_name(child) == "PeerMember") {
+      list_append(network.peer_members, peer_member_from_xml(child, &network));
+    }
+  });
+}
+
+std::unique_ptr<PeerNetwork> peer_network_from_xml(const XmlNode& element) {
+  return schema::read_record(kPeerNetwork, element, peer_network_new);
+}
+
+std::unique_ptr<PeerNetworkList> peer_network_list_from_xml(const XmlNode& element) {
+  if (xml_node_name(element) != "PeerNetworks") return nullptr;
+  auto list = list_create<std::unique_ptr<PeerNetwork>>();
+  for_each_child(element,
+                 [&](const XmlNode& child) { list_append(*list, peer_network_from_xml(child)); });
+  return list;
+}
+
+std::unique_ptr<AddNetworkRequest> add_network_request_from_xml(const XmlNode& element) {
+  return schema::read_record(kAddNetworkRequest, element, add_network_request_empty);
+}
+
+std::unique_ptr<ServiceState> service_state_parse(std::string_view text) {
+  return parse_with(text, [](const XmlNode& root) { return service_state_from_xml(root); });
+}
+
+std::unique_ptr<PeerConnectionInfo> peer_connection_info_parse(std::string_view text) {
+  return parse_with(text, [](const XmlNode& root) { return peer_connection_info_from_xml(root); });
+}
+
+std::unique_ptr<PeerNetworkList> peer_network_list_parse(std::string_view text) {
+  return parse_with(text, [](const XmlNode& root) { return peer_network_list_from_xml(root); });
+}
+
+std::unique_ptr<PeerNetwork> peer_network_parse(std::string_view text) {
+  return parse_with(text, [](const XmlNode& root) { return peer_network_from_xml(root); });
+}
+
+std::unique_ptr<PeerMember> peer_member_parse(std::string_view text) {
+  return parse_with(text, [](const XmlNode& root) { return peer_member_from_xml(root, nullptr); });
+}
+
+std::unique_ptr<NotificationList> notification_list_parse(std::string_view text) {
+  return parse_with(text, [](const XmlNode& root) { return notification_list_from_xml(root); });
+}
+
+std::unique_ptr<AddNetworkRequest> add_network_request_parse(std::string_view text) {
+  return parse_with(text, [](const XmlNode& root) { return add_network_request_from_xml(root); });
+}
+
+std::unique_ptr<ShareList> share_list_parse(std::string_view text) {
+  auto list = list_create<std::unique_ptr<Share>>();
+  if (std::unique_ptr<XmlNode> root = xml_parse(text)) share_list_read(*root, *list);
+  return list;
+}
+
+// --- writing ---
+
+void xml_set_text_int(XmlNode& element, int number) {
+  xml_node_set_text(element, str_from_long(number));
+}
+
+void xml_set_text_long(XmlNode& element, long number) {
+  xml_node_set_text(element, str_from_long(number));
+}
+
+void accessor_write(const Accessor& accessor, XmlNode& parent) {
+  write_record(kAccessor, accessor, parent);
+}
+
+void access_list_write(const AccessList& access_list, XmlNode& parent) {
+  write_items(access_list.accessors, xml_add_element(parent, "AccessList"), accessor_write);
+}
+
+void share_write(const Share& share, XmlNode& parent) {
+  schema::write_fields(kShare, share, xml_add_element(parent, share_element_name(share.type)));
+}
+
+void share_list_write(const ShareList& list, std::string_view element_name, XmlNode& parent) {
+  write_items(list, xml_add_element(parent, element_name), share_write);
+}
+
+std::unique_ptr<XmlNode> share_list_to_xml(const ShareList& list, std::string_view element_name) {
+  auto root = xml_node_new(element_name);
+  write_items(list, *root, share_write);
+  return root;
+}
+
+void notification_write(const Notification& notification, XmlNode& parent) {
+  if (notification.type == NOTIFICATION_TYPE_MEMBER) {
+    write_record(kNotification, notification, parent);
+  }
+}
+
+std::unique_ptr<XmlNode> notification_list_to_xml(const NotificationList& list) {
+  auto root = xml_node_new("Notifications");
+  write_items(list, *root, notification_write);
+  return root;
+}
+
+void string_list_write(const TextList& list, std::string_view list_name, std::string_view item_name,
+                       XmlNode& parent) {
+  XmlNode& element = xml_add_element(parent, list_name);
+  for (auto* node = list.first; node != nullptr; node = node->next) {
+    xml_node_set_text(xml_add_element(element, item_name),
+                      node->item ? OptionalText(*node->item) : std::nullopt);
+  }
+}
+
+void peer_member_write(const PeerMember& member, XmlNode& parent) {
+  write_record(kPeerMember, member, parent);
+}
+
+std::unique_ptr<XmlNode> peer_member_to_xml(const PeerMember& member) {
+  return schema::record_tree(kPeerMember, member, kPeerMember.element);
+}
+
+void peer_member_list_write(const PeerMemberList& list, XmlNode& parent) {
+  write_items(list, xml_add_element(parent, "PeerMembers"), peer_member_write);
+}
+
+void peer_network_write(const PeerNetwork& network, XmlNode& parent) {
+  write_record(kPeerNetwork, network, parent);
+}
+
+std::unique_ptr<XmlNode> peer_network_to_xml(const PeerNetwork& network) {
+  return schema::record_tree(kPeerNetwork, network, kPeerNetwork.element);
+}
+
+std::unique_ptr<XmlNode> peer_network_list_to_xml(const PeerNetworkList& list) {
+  auto root = xml_node_new("PeerNetworks");
+  // A null item (a child the reader did not recognise) has nothing to write.
+  write_items(list, *root, peer_network_write);
+  return root;
+}
+
+std::unique_ptr<XmlNode> service_state_to_xml(const ServiceState& state) {
+  return schema::record_tree(kServiceState, state, kServiceState.element);
+}
+
+std::unique_ptr<XmlNode> peer_connection_info_to_xml(const PeerConnectionInfo& info) {
+  return schema::record_tree(kPeerConnectionInfo, info, kPeerConnectionInfo.element);
+}
+
+std::unique_ptr<XmlNode> add_network_request_to_xml(const AddNetworkRequest& request) {
+  return schema::record_tree(kAddNetworkRequest, request, kAddNetworkRequest.element);
+}
+
+std::string add_network_request_to_text(OptionalText name, const TextList& members, int type,
+                                        int connection_type) {
+  AddNetworkRequest request{text_copy(name), list_create<Text>(), type, connection_type};
+  for (auto* node = members.first; node != nullptr; node = node->next) {
+    list_append(*request.members, node->item);
+  }
+  return add_network_request_to_text(request);
+}
+
+std::string add_network_request_to_text(const AddNetworkRequest& request) {
+  return xml_to_string(*add_network_request_to_xml(request));
+}
+
+std::string share_list_to_text(const ShareList& list) {
+  return xml_to_string(*share_list_to_xml(list, "Shares"));
+}
+
+std::string service_state_to_text(const ServiceState& state) {
+  return xml_to_string(*service_state_to_xml(state));
+}
+
+std::string peer_connection_info_to_text(const PeerConnectionInfo& info) {
+  return xml_to_string(*peer_connection_info_to_xml(info));
+}
+
+std::string notification_list_to_text(const NotificationList& list) {
+  return xml_to_string(*notification_list_to_xml(list));
+}
+
+std::string peer_network_list_to_text(const PeerNetworkList& list) {
+  return xml_to_string(*peer_network_list_to_xml(list));
+}
+
+std::string peer_network_to_text(const PeerNetwork& network) {
+  return xml_to_string(*peer_network_to_xml(network));
+}
+
+std::string peer_member_to_text(const PeerMember& member) {
+  return xml_to_string(*peer_member_to_xml(member));
+}
+
+std::string access_list_allow_text(const AccessList& access_list) {
+  std::size_t allowed = 0;
+  std::size_t name_bytes = 0;
+  for (auto* node = access_list.accessors.first; node != nullptr; node = node->next) {
+    if (node->item && node->item->type == 0) {
+      ++allowed;
+      name_bytes += node->item->name ? node->item->name->size() : 0;
+    }
+  }
+  std::string text;
+  text.reserve((allowed + 1) * 20 + name_bytes);
+  text += "<Access>";
+  for (auto* node = access_list.accessors.first; node != nullptr; node = node->next) {
+    if (!node->item || node->item->type != 0) continue;
+    text += "<Allow>";
+    if (node->item->name) text += *node->item->name;
+    text += "</Allow>";
+  }
+  text += "</Access>";
+  std::printf("acxml %s\n", text.c_str());
+  return text;
+}
+
+}  // namespace quorlin
