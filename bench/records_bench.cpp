@@ -23,6 +23,17 @@ void BM_XmlParse16MB(benchmark::State& state) {
 }
 BENCHMARK(BM_XmlParse16MB)->Unit(benchmark::kMillisecond);
 
+void BM_XmlParseChildren16MB(benchmark::State& state) {
+  const std::string& text = network_list_16mb();
+  for (auto _ : state) {
+    std::size_t children = 0;
+    quorlin::xml_parse_children(
+        text, [&](const quorlin::XmlNode&, const quorlin::XmlNode&) { ++children; });
+    benchmark::DoNotOptimize(children);
+  }
+}
+BENCHMARK(BM_XmlParseChildren16MB)->Unit(benchmark::kMillisecond);
+
 void BM_PeerNetworkListParse16MB(benchmark::State& state) {
   const std::string& text = network_list_16mb();
   for (auto _ : state) benchmark::DoNotOptimize(quorlin::peer_network_list_parse(text));

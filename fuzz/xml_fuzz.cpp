@@ -55,6 +55,9 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
       quorlin::describe(tree.get()) != quorlin::reference::parse_and_describe(text)) {
     std::abort();
   }
+  if (quorlin::describe_handed_over(text) != quorlin::describe_root_children(tree.get())) {
+    std::abort();
+  }
   if (!tree) return 0;
   const std::string first = quorlin::xml_to_string(*tree);
   auto again = quorlin::xml_parse(first);

@@ -13,11 +13,13 @@
 //
 // There is no stored count: counting, finding and positional insertion walk the nodes.
 // Destroying a List (its destructor) frees the nodes without taking the lock, so the
-// destroying thread must be its last user. std::recursive_mutex's constructor plays the part
-// of recursive_mutex_init.
+// destroying thread must be its last user. The lock's constructor plays the part of
+// recursive_mutex_init; a List on the heap uses a RecursiveLock, which is recursive as
+// std::recursive_mutex is but takes 16 bytes and no allocation.
 //
-// Nodes come from the heap unless the List is given other node storage: a tree that is freed
-// as a whole (an XML document) places its Lists' nodes in its own arena.
+// Nodes come from the pool (base/pool.hpp), so that a List built and freed whole costs no
+// malloc per node, unless the List is given other node storage: a tree that is freed as a whole
+// (an XML document) places its Lists' nodes in its own arena.
 #ifndef QUORLIN_BASE_LIST_HPP
 #define QUORLIN_BASE_LIST_HPP
 
@@ -28,6 +30,9 @@
 #include <type_traits>
 #include <utility>
 
+#include "quorlin/base/pool.hpp"
+#include "quorlin/base/recursive_lock.hpp"
+
 namespace quorlin {
 
 template <typename T>
@@ -37,20 +42,28 @@ struct ListNode {
   ListNode* next = nullptr;
 };
 
-// Node storage: where a List's nodes live. The default takes each node from the heap.
-struct HeapNodes {
+// Node storage: where a List's nodes live, and the kind of lock that goes with them. The
+// default takes small nodes from the pool.
+struct PoolNodes {
+  using Lock = RecursiveLock;
+
   template <typename Node>
   void* allocate() {
+    if constexpr (sizeof(Node) <= kPoolLargest) return pool_allocate(sizeof(Node));
     return ::operator new(sizeof(Node));
   }
-  void deallocate(void* memory) { ::operator delete(memory); }
+  template <typename Node>
+  void deallocate(void* memory) {
+    if constexpr (sizeof(Node) <= kPoolLargest) return pool_free(memory);
+    ::operator delete(memory);
+  }
 };
 
-template <typename T, typename Nodes = HeapNodes>
+template <typename T, typename Nodes = PoolNodes>
 struct List {
   using Node = ListNode<T>;
 
-  std::recursive_mutex lock;
+  typename Nodes::Lock lock;
   Node* first = nullptr;
   Node* last = nullptr;
   [[no_unique_address]] Nodes nodes;
@@ -63,7 +76,7 @@ struct List {
     for (Node* node = first; node != nullptr;) {
       Node* next = node->next;
       node->~Node();
-      nodes.deallocate(node);
+      nodes.template deallocate<Node>(node);
       node = next;
     }
   }
@@ -77,7 +90,7 @@ ListNode<T>* list_new_node(List<T, Nodes>& list, std::type_identity_t<ListNode<T
   try {
     return ::new (memory) ListNode<T>{previous, T(std::forward<U>(item)), next};
   } catch (...) {
-    list.nodes.deallocate(memory);
+    list.nodes.template deallocate<ListNode<T>>(memory);
     throw;
   }
 }
@@ -187,7 +200,7 @@ void list_remove_node(List<T, Nodes>& list, ListNode<T>* node) {
   if (list.first == node) list.first = node->next;
   if (list.last == node) list.last = node->previous;
   node->~ListNode<T>();
-  list.nodes.deallocate(node);
+  list.nodes.template deallocate<ListNode<T>>(node);
 }
 
 // Removes the first node holding `item`; an absent item changes nothing.

@@ -11,6 +11,8 @@
 #ifndef QUORLIN_RECORDS_RECORD_SCHEMA_INTERNAL_HPP
 #define QUORLIN_RECORDS_RECORD_SCHEMA_INTERNAL_HPP
 
+#include <cstdint>
+#include <cstring>
 #include <memory>
 #include <span>
 #include <string_view>
@@ -40,24 +42,56 @@ struct Schema {
   std::span<const Field<Record>> fields;
 };
 
-// Reads one child into the field of its name; a child without a readable row is skipped.
+template <typename Word>
+Word word_at(const char* bytes) {
+  Word word;
+  std::memcpy(&word, bytes, sizeof word);
+  return word;
+}
+
+// Most names are 4 to 16 bytes: two overlapping word loads compare them without a call.
+inline bool same_name(std::string_view a, std::string_view b) {
+  const std::size_t size = a.size();
+  if (size != b.size()) return false;
+  const char* x = a.data();
+  const char* y = b.data();
+  if (size >= 8 && size <= 16) {
+    return word_at<std::uint64_t>(x) == word_at<std::uint64_t>(y) &&
+           word_at<std::uint64_t>(x + size - 8) == word_at<std::uint64_t>(y + size - 8);
+  }
+  if (size >= 4 && size < 8) {
+    return word_at<std::uint32_t>(x) == word_at<std::uint32_t>(y) &&
+           word_at<std::uint32_t>(x + size - 4) == word_at<std::uint32_t>(y + size - 4);
+  }
+  return std::memcmp(x, y, size) == 0;
+}
+
+// Reads one child into the readable row of its name, looking from row `from` on and wrapping
+// around; returns the row after the one used (children mostly come in the table's order), or
+// `from` when no row reads the child, which is then skipped.
 template <typename Record>
-void read_child(const Schema<Record>& schema, const XmlNode& child, Record& record) {
+std::size_t read_child(const Schema<Record>& schema, const XmlNode& child, Record& record,
+                       std::size_t from = 0) {
   const std::string_view name = xml_node_name(child);
-  for (const Field<Record>& field : schema.fields) {
-    if (field.element == name && field.read != nullptr) {
+  const std::size_t rows = schema.fields.size();
+  for (std::size_t step = 0, row = from; step < rows; ++step, ++row) {
+    if (row == rows) row = 0;
+    const Field<Record>& field = schema.fields[row];
+    if (field.read != nullptr && same_name(field.element, name)) {
       field.read(field, child, record);
-      return;
+      return row + 1;
     }
   }
+  return from;
 }
 
 // Fills `record` from the children of `element`; a repeated child overwrites the earlier value.
 template <typename Record>
 void read_fields(const Schema<Record>& schema, const XmlNode& element, Record& record) {
+  std::size_t next_row = 0;
   for (const XmlChild* child = xml_node_children(element).first; child != nullptr;
        child = child->next) {
-    read_child(schema, child->item, record);
+    next_row = read_child(schema, child->item, record, next_row);
   }
 }
 

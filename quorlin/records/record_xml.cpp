@@ -161,6 +161,24 @@ auto parse_with(std::string_view text, Read read) -> decltype(read(std::declval<
   return read(*root);
 }
 
+// Reads the children of the root of `text` into `list` with `read` as the parser completes
+// them, so that a long list never exists as a tree; only a root named `root_name` (any root
+// when empty) has its children read. Returns the root's name, or std::nullopt, with `list`
+// emptied, when the text does not parse.
+template <typename Item, typename Read>
+std::optional<std::string_view> read_children(std::string_view text, std::string_view root_name,
+                                              List<Item>& list, Read read) {
+  const auto root = xml_parse_children(text, [&](const XmlNode& parsed, const XmlNode& child) {
+    if (root_name.empty() || xml_node_name(parsed) == root_name) read(child, list);
+  });
+  if (!root) list_clear(list);
+  return root;
+}
+
+void append_network(const XmlNode& element, PeerNetworkList& list) {
+  list_append(list, peer_network_from_xml(element));
+}
+
 }  // namespace
 
 // --- reading ---
@@ -264,8 +282,7 @@ std::unique_ptr<PeerNetwork> peer_network_from_xml(const XmlNode& element) {
 std::unique_ptr<PeerNetworkList> peer_network_list_from_xml(const XmlNode& element) {
   if (xml_node_name(element) != "PeerNetworks") return nullptr;
   auto list = list_create<std::unique_ptr<PeerNetwork>>();
-  for_each_child(element,
-                 [&](const XmlNode& child) { list_append(*list, peer_network_from_xml(child)); });
+  for_each_child(element, [&](const XmlNode& child) { append_network(child, *list); });
   return list;
 }
 
@@ -282,7 +299,9 @@ std::unique_ptr<PeerConnectionInfo> peer_connection_info_parse(std::string_view 
 }
 
 std::unique_ptr<PeerNetworkList> peer_network_list_parse(std::string_view text) {
-  return parse_with(text, [](const XmlNode& root) { return peer_network_list_from_xml(root); });
+  auto list = list_create<std::unique_ptr<PeerNetwork>>();
+  if (read_children(text, "PeerNetworks", *list, append_network) != "PeerNetworks") return nullptr;
+  return list;
 }
 
 std::unique_ptr<PeerNetwork> peer_network_parse(std::string_view text) {
@@ -294,7 +313,9 @@ std::unique_ptr<PeerMember> peer_member_parse(std::string_view text) {
 }
 
 std::unique_ptr<NotificationList> notification_list_parse(std::string_view text) {
-  return parse_with(text, [](const XmlNode& root) { return notification_list_from_xml(root); });
+  auto list = list_create<std::unique_ptr<Notification>>();
+  if (!read_children(text, "Notifications", *list, notification_read)) return nullptr;
+  return list;
 }
 
 std::unique_ptr<AddNetworkRequest> add_network_request_parse(std::string_view text) {
@@ -303,7 +324,7 @@ std::unique_ptr<AddNetworkRequest> add_network_request_parse(std::string_view te
 
 std::unique_ptr<ShareList> share_list_parse(std::string_view text) {
   auto list = list_create<std::unique_ptr<Share>>();
-  if (std::unique_ptr<XmlNode> root = xml_parse(text)) share_list_read(*root, *list);
+  read_children(text, {}, *list, share_read);
   return list;
 }
 

@@ -20,6 +20,8 @@
 #include <string_view>
 
 #include "quorlin/base/list.hpp"
+#include "quorlin/base/pool.hpp"
+#include "quorlin/base/recursive_lock.hpp"
 
 namespace quorlin {
 
@@ -35,16 +37,22 @@ using OptionalText = std::optional<std::string_view>;
 using TextList = List<Text>;  // a null item is a text that was absent
 
 struct Accessor {
+  QUORLIN_POOLED(Accessor)
+
   Text name;
   int type = 0;  // 0: allowed
 };
 using AccessorList = List<std::unique_ptr<Accessor>>;
 
 struct AccessList {
+  QUORLIN_POOLED(AccessList)
+
   AccessorList accessors;
 };
 
 struct Share {
+  QUORLIN_POOLED(Share)
+
   Text name;
   int type = 0;
   std::unique_ptr<AccessList> access_list;
@@ -55,21 +63,25 @@ using ShareList = List<std::unique_ptr<Share>>;
 struct PeerNetwork;
 
 struct PeerMember {
+  QUORLIN_POOLED(PeerMember)
+
   PeerNetwork* network = nullptr;  // the owner, not owned
   Text peer;
   int status = 0;  // set by readers only when the document has it
   Text peer_ip;
   int connect_status = 0;
   ShareList remote_shares;
-  TextList messages;                 // oldest first
-  std::recursive_mutex first_lock;   // kept for callers; the library never takes it
-  std::recursive_mutex second_lock;  // likewise
+  TextList messages;          // oldest first
+  RecursiveLock first_lock;   // kept for callers; the library never takes it
+  RecursiveLock second_lock;  // likewise
   int connect_count = 0;
   int spare_count = 0;
 };
 using PeerMemberList = List<std::unique_ptr<PeerMember>>;
 
 struct PeerNetwork {
+  QUORLIN_POOLED(PeerNetwork)
+
   long id = 0;
   int type = 0;
   Text name;

@@ -31,10 +31,26 @@ void* XmlDocument::allocate_in_new_block(std::size_t size, std::size_t alignment
   // A request larger than half a block gets a block of its own, so that the current block's
   // remaining room is not given up for it.
   if (next_ != nullptr && size + alignment > block_size_ / 2) return add_block(size + alignment);
-  left_ = std::max(block_size_, size + alignment);
-  next_ = add_block(left_);
+  left_ = current_block_size_ = std::max(block_size_, size + alignment);
+  next_ = current_block_ = add_block(left_);
   block_size_ = std::min(block_size_ * 2, kLargestBlock);
   return allocate(size, alignment);
+}
+
+void XmlDocument::rewind(const Mark& mark) {
+  if (blocks_.size() > mark.blocks && blocks_.back().get() == current_block_) {
+    // The block being filled stays, emptied, so that the next pieces do not ask for a new one.
+    std::swap(blocks_[mark.blocks], blocks_.back());
+    blocks_.resize(mark.blocks + 1);
+    next_ = current_block_;
+    left_ = current_block_size_;
+    return;
+  }
+  blocks_.resize(mark.blocks);
+  next_ = mark.next;
+  left_ = mark.left;
+  current_block_ = mark.current_block;
+  current_block_size_ = mark.current_block_size;
 }
 
 std::byte* XmlDocument::add_block(std::size_t size) {

@@ -108,10 +108,6 @@ XmlNode& xml_add_element(XmlNode& parent, std::string_view name) {
       ->item;
 }
 
-std::string_view xml_node_name(const XmlNode& node) {
-  return XmlTree::name(node);
-}
-
 const XmlChildren& xml_node_children(const XmlNode& node) {
   static const XmlChildren kNoChildren;
   const XmlChildren* children = XmlTree::children_or_null(node);
@@ -126,10 +122,6 @@ const XmlAttributes& xml_node_attributes(const XmlNode& node) {
 
 void xml_node_set_text(XmlNode& node, std::optional<std::string_view> text) {
   XmlTree::set_text(node, text);
-}
-
-std::optional<std::string_view> xml_node_text(const XmlNode& node) {
-  return XmlTree::text(node);
 }
 
 ListNode<XmlAttribute>* xml_node_add_attribute(XmlNode& node, std::string_view name,

@@ -21,6 +21,7 @@
 
 #include <cstddef>
 #include <memory>
+#include <mutex>
 #include <new>
 #include <optional>
 #include <string_view>
@@ -35,10 +36,12 @@ struct XmlTree;
 // Node storage for the Lists of a tree: their nodes come from the tree's storage and are given
 // back only with it.
 struct XmlArenaNodes {
+  using Lock = std::recursive_mutex;  // the arena frees memory without running destructors
   XmlDocument* document = nullptr;
 
   template <typename Node>
   void* allocate();  // defined where the tree is built, not for users of the tree
+  template <typename Node>
   void deallocate(void*) {}
 };
 
@@ -68,8 +71,16 @@ class XmlNode {
   // Deleting the root (what its unique_ptr does) frees the whole tree and its storage.
   static void operator delete(XmlNode* node, std::destroying_delete_t);
 
+  // Defined here, declared with their contracts below: readers call them once per node.
+  friend std::string_view xml_node_name(const XmlNode& node) { return node.name_; }
+  friend std::optional<std::string_view> xml_node_text(const XmlNode& node) {
+    if (node.text_ == nullptr) return std::nullopt;
+    return std::string_view(node.text_, node.text_size_ & ~kOwnedText);
+  }
+
  private:
   friend struct XmlTree;
+  static constexpr std::size_t kOwnedText = std::size_t{1} << 63;  // text_ is a reusable block
 
   std::string_view name_;
   XmlChildren* children_ = nullptr;      // null until the first child

@@ -151,8 +151,12 @@ class OpenNames {
 
 class Parser {
  public:
-  Parser(std::string_view text, long start, long end, XmlNode* parent)
-      : text_(text), start_(start), end_(end), parent_(parent) {}
+  Parser(std::string_view text, long start, long end, XmlNode* parent,
+         const XmlChildSink* sink = nullptr)
+      : text_(text), start_(start), end_(end), parent_(parent), sink_(sink) {}
+
+  // The root's name as it stands in the text; empty before there is a root.
+  std::string_view root_name() const { return root_name_; }
 
   std::unique_ptr<XmlNode> run() {
     frames_.push_back(Frame{.node = parent_, .current = parent_, .position = start_});
@@ -236,6 +240,7 @@ class Parser {
     }
     if (text_end > gt + 1) XmlTree::set_text_view(element, in_copy(gt + 1, text_end));
     parent.position = next;
+    if (parent.current == root_.get()) completed_root_child(element);
   }
 
   // Opens the range of an element named `name`, whose node the caller appends; false, with
@@ -318,8 +323,20 @@ class Parser {
       while (static_cast<long>(frames_.size()) > index + 1) pop();
     }
     finish(frames_.back());
+    XmlNode* const closed = frames_.back().node;
     pop();
     frames_.back().position = gt + 1;
+    if (frames_.back().current == root_.get()) completed_root_child(*closed);
+  }
+
+  // A child of the root is final once complete, as long as the root completes too. When the
+  // caller takes children one by one, it gets this one now, and the tree lets it go and takes
+  // back its memory.
+  void completed_root_child(XmlNode& child) {
+    if (sink_ == nullptr || &child == root_.get()) return;
+    sink_->deliver(sink_->context, *root_, child);
+    XmlTree::drop_last_child(*root_);
+    XmlTree::document(*root_).rewind(child_mark_);
   }
 
   // The innermost range cannot go on at `lt`: the rest of it is passed over, looking only for
@@ -377,9 +394,20 @@ class Parser {
   XmlNode& append(Frame& frame, std::string_view name) {
     if (frame.current == nullptr) {
       root_ = xml_node_new(name);
+      root_name_ = name;
       frame.current = root_.get();
-      copy_range_into(XmlTree::document(*root_));
+      if (sink_ == nullptr) {
+        copy_range_into(XmlTree::document(*root_));
+      } else {
+        // Children handed over one by one live only during the hand-over: they view the text,
+        // and the root's List is made now, before the first child's memory is marked.
+        copy_ = const_cast<char*>(text_.data()) + start_;
+        XmlTree::children(*root_);
+      }
       return *root_;
+    }
+    if (sink_ != nullptr && frame.current == root_.get()) {
+      child_mark_ = XmlTree::document(*root_).mark();
     }
     if (copy_ == nullptr) copy_range_into(XmlTree::document(*frame.current));
     // The caller's parent may be shared; the elements made here are not, until returned.
@@ -413,6 +441,9 @@ class Parser {
   long start_;
   long end_;
   XmlNode* parent_;
+  const XmlChildSink* sink_;
+  XmlDocument::Mark child_mark_{};
+  std::string_view root_name_;
   std::vector<Frame> frames_;
   OpenNames open_names_;
   struct FoundClosing {
@@ -442,6 +473,14 @@ std::unique_ptr<XmlNode> xml_parse_element(XmlNode* parent, std::string_view tex
   end = std::min(end, static_cast<long>(text.size()));
   if (start >= end) return nullptr;
   return Parser(text, start, end, parent).run();
+}
+
+std::optional<std::string_view> xml_parse_children(std::string_view text, XmlChildSink sink) {
+  text = c_text(text);
+  if (text.empty()) return std::nullopt;
+  Parser parser(text, 0, static_cast<long>(text.size()), nullptr, &sink);
+  if (!parser.run()) return std::nullopt;
+  return parser.root_name();
 }
 
 void xml_parse_attributes(XmlNode& node, std::string_view text, long start, long end) {

@@ -20,7 +20,9 @@
 #define QUORLIN_XML_XML_PARSER_HPP
 
 #include <memory>
+#include <optional>
 #include <string_view>
+#include <type_traits>
 
 #include "quorlin/xml/xml_node.hpp"
 
@@ -34,6 +36,29 @@ std::unique_ptr<XmlNode> xml_parse(std::string_view text);
 // later ones its children.
 std::unique_ptr<XmlNode> xml_parse_element(XmlNode* parent, std::string_view text, long start,
                                            long end);
+
+// Where xml_parse_children hands each child.
+struct XmlChildSink {
+  void* context;
+  void (*deliver)(void* context, const XmlNode& root, const XmlNode& child);
+};
+
+// Parses `text` as xml_parse does without keeping the root's children: each child is handed to
+// `sink` as soon as it is complete, then let go, and its memory serves the next one, so that a
+// long list costs the memory of one item. The nodes handed over and their names and texts view
+// `text` and live only during the hand-over. Returns the root's name, a view of `text`, or
+// std::nullopt when the text has no complete root: the children handed over then belong to no
+// tree and are to be discarded.
+std::optional<std::string_view> xml_parse_children(std::string_view text, XmlChildSink sink);
+
+// The same with any callable taking (const XmlNode& root, const XmlNode& child).
+template <typename OnChild>
+std::optional<std::string_view> xml_parse_children(std::string_view text, OnChild&& on_child) {
+  return xml_parse_children(
+      text, XmlChildSink{&on_child, [](void* context, const XmlNode& root, const XmlNode& child) {
+                           (*static_cast<std::remove_reference_t<OnChild>*>(context))(root, child);
+                         }});
+}
 
 // Splits text[start, end) into attributes at double quotes and adds them to `node`.
 void xml_parse_attributes(XmlNode& node, std::string_view text, long start, long end);

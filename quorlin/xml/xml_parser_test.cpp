@@ -93,7 +93,9 @@ TEST(XmlParse, ReadsRandomTextsExactlyAsThePlainAlgorithm) {
     std::string text;
     const int length = static_cast<int>(random() % 24);
     for (int i = 0; i < length; ++i) text += pieces[random() % pieces.size()];
-    ASSERT_EQ(describe(xml_parse(text).get()), reference::parse_and_describe(text)) << text;
+    const auto tree = xml_parse(text);
+    ASSERT_EQ(describe(tree.get()), reference::parse_and_describe(text)) << text;
+    ASSERT_EQ(describe_handed_over(text), describe_root_children(tree.get())) << text;
   }
 }
 
@@ -132,7 +134,9 @@ TEST(XmlParse, ReadsNearlyWellFormedDocumentsExactlyAsThePlainAlgorithm) {
         text.insert(at, insertions[random() % insertions.size()]);
       }
     }
-    ASSERT_EQ(describe(xml_parse(text).get()), reference::parse_and_describe(text)) << text;
+    const auto tree = xml_parse(text);
+    ASSERT_EQ(describe(tree.get()), reference::parse_and_describe(text)) << text;
+    ASSERT_EQ(describe_handed_over(text), describe_root_children(tree.get())) << text;
   }
 }
 

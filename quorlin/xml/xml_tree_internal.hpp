@@ -51,6 +51,19 @@ class XmlDocument {
   void release_text(char* block);
   static std::size_t block_capacity(const char* block);
 
+  // A point of the allocation sequence, and the return to it: everything allocated after the
+  // mark is given back at once. Nothing made after the mark may still be reachable, and no
+  // text block may have been released after it.
+  struct Mark {
+    std::size_t blocks;
+    std::byte* next;
+    std::size_t left;
+    std::byte* current_block;
+    std::size_t current_block_size;
+  };
+  Mark mark() const { return {blocks_.size(), next_, left_, current_block_, current_block_size_}; }
+  void rewind(const Mark& mark);
+
   // The root whose deletion frees this document; null once the root has been adopted.
   const XmlNode* owner() const { return owner_; }
   void set_owner(const XmlNode* owner) { owner_ = owner; }
@@ -67,6 +80,8 @@ class XmlDocument {
   std::vector<std::unique_ptr<std::byte[]>> blocks_;
   std::byte* next_ = nullptr;
   std::size_t left_ = 0;
+  std::byte* current_block_ = nullptr;  // the block next_ points into
+  std::size_t current_block_size_ = 0;
   std::size_t block_size_ = 256;
   std::array<char*, 64> free_texts_{};  // by log2 of the block's capacity
   // The chain of documents that one tree uses: the head owns the others.
@@ -82,7 +97,7 @@ void* XmlArenaNodes::allocate() {
 
 // What the XML subsystem may do to a node beyond the public operations.
 struct XmlTree {
-  static constexpr std::size_t kOwnedText = std::size_t{1} << 63;
+  static constexpr std::size_t kOwnedText = XmlNode::kOwnedText;
 
   static XmlDocument& document(const XmlNode& node) { return *node.document_; }
   static std::string_view name(const XmlNode& node) { return node.name_; }
@@ -90,10 +105,7 @@ struct XmlTree {
   static const XmlChildren* children_or_null(const XmlNode& node) { return node.children_; }
   static const XmlAttributes* attributes_or_null(const XmlNode& node) { return node.attributes_; }
   static XmlAttributes& attributes(XmlNode& node);
-  static std::optional<std::string_view> text(const XmlNode& node) {
-    if (node.text_ == nullptr) return std::nullopt;
-    return std::string_view(node.text_, node.text_size_ & ~kOwnedText);
-  }
+  static std::optional<std::string_view> text(const XmlNode& node) { return xml_node_text(node); }
   // Points the text at bytes of the node's document that belong to this node alone; a later
   // setter may overwrite them but does not reuse them for another text.
   static void set_text_view(XmlNode& node, std::string_view bytes);
