@@ -1,4 +1,5 @@
-// Reading the network list into records beside parsing the same text into a bare XML tree.
+// Reading the network list into records beside parsing the same text into a bare XML tree, and
+// writing the records beside writing their tree.
 #include <benchmark/benchmark.h>
 
 #include <string>
@@ -6,7 +7,9 @@
 #include "bench/bench_main.hpp"
 #include "bench/network_documents.hpp"
 #include "quorlin/records/record_reader.hpp"
+#include "quorlin/records/record_writer.hpp"
 #include "quorlin/xml/xml_parser.hpp"
+#include "quorlin/xml/xml_writer.hpp"
 
 namespace {
 
@@ -40,6 +43,24 @@ void BM_PeerNetworkListParse16MB(benchmark::State& state) {
   state.SetBytesProcessed(state.iterations() * int64_t(text.size()));
 }
 BENCHMARK(BM_PeerNetworkListParse16MB)->Unit(benchmark::kMillisecond);
+
+const quorlin::PeerNetworkList& network_list_records() {
+  static const auto list = quorlin::peer_network_list_parse(network_list_16mb());
+  return *list;
+}
+
+// Writing the records as text beside writing the tree they make; both are made beforehand.
+void BM_XmlToString16MB(benchmark::State& state) {
+  static const auto tree = quorlin::peer_network_list_to_xml(network_list_records());
+  for (auto _ : state) benchmark::DoNotOptimize(quorlin::xml_to_string(*tree));
+}
+BENCHMARK(BM_XmlToString16MB)->Unit(benchmark::kMillisecond);
+
+void BM_PeerNetworkListToText16MB(benchmark::State& state) {
+  const quorlin::PeerNetworkList& list = network_list_records();
+  for (auto _ : state) benchmark::DoNotOptimize(quorlin::peer_network_list_to_text(list));
+}
+BENCHMARK(BM_PeerNetworkListToText16MB)->Unit(benchmark::kMillisecond);
 
 }  // namespace
 

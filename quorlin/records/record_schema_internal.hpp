@@ -11,11 +11,14 @@
 #ifndef QUORLIN_RECORDS_RECORD_SCHEMA_INTERNAL_HPP
 #define QUORLIN_RECORDS_RECORD_SCHEMA_INTERNAL_HPP
 
+#include <charconv>
 #include <cstdint>
 #include <cstring>
 #include <memory>
 #include <span>
+#include <string>
 #include <string_view>
+#include <vector>
 
 #include "quorlin/records/record_reader.hpp"
 #include "quorlin/records/record_writer.hpp"
@@ -25,10 +28,53 @@
 
 namespace quorlin::schema {
 
+// Where writers put records: under an element of a tree, or straight into text that is byte for
+// byte what xml_to_string makes of that tree (no tree is built for the text entry points).
+class RecordOut {
+ public:
+  explicit RecordOut(XmlNode& parent) : path_{&parent} {}
+  explicit RecordOut(std::string& text) : text_(&text) {}
+
+  // An element that holds the given text, or nothing for std::nullopt.
+  void element(std::string_view name, OptionalText text) {
+    if (text_ != nullptr) {
+      append("<", name, ">");
+      if (text) text_->append(*text);
+      append("</", name, ">");
+    } else {
+      xml_node_set_text(xml_add_element(*path_.back(), name), text);
+    }
+  }
+
+  // An element whose children follow, up to close(name).
+  void open(std::string_view name) {
+    if (text_ != nullptr) {
+      append("<", name, ">");
+    } else {
+      path_.push_back(&xml_add_element(*path_.back(), name));
+    }
+  }
+  void close(std::string_view name) {
+    if (text_ != nullptr) {
+      append("</", name, ">");
+    } else {
+      path_.pop_back();
+    }
+  }
+
+ private:
+  void append(std::string_view before, std::string_view name, std::string_view after) {
+    text_->append(before).append(name).append(after);
+  }
+
+  std::vector<XmlNode*> path_;
+  std::string* text_ = nullptr;
+};
+
 template <typename Record>
 struct Field {
   using Read = void (*)(const Field& field, const XmlNode& child, Record& record);
-  using Write = void (*)(const Field& field, const Record& record, XmlNode& element);
+  using Write = void (*)(const Field& field, const Record& record, RecordOut& out);
 
   std::string_view element;
   Read read = nullptr;         // null: the child is skipped
@@ -95,12 +141,21 @@ void read_fields(const Schema<Record>& schema, const XmlNode& element, Record& r
   }
 }
 
-// Adds the record's children to `element` in the table's order.
+// Writes the record's children in the table's order.
 template <typename Record>
-void write_fields(const Schema<Record>& schema, const Record& record, XmlNode& element) {
+void write_fields(const Schema<Record>& schema, const Record& record, RecordOut& out) {
   for (const Field<Record>& field : schema.fields) {
-    if (field.write != nullptr) field.write(field, record, element);
+    if (field.write != nullptr) field.write(field, record, out);
   }
+}
+
+// Writes the record as an element named `name`.
+template <typename Record>
+void write_record(const Schema<Record>& schema, const Record& record, std::string_view name,
+                  RecordOut& out) {
+  out.open(name);
+  write_fields(schema, record, out);
+  out.close(name);
 }
 
 // The record read from `element`, made by `make`; null when the element has another name.
@@ -111,15 +166,6 @@ std::unique_ptr<Record> read_record(const Schema<Record>& schema, const XmlNode&
   std::unique_ptr<Record> record = make();
   read_fields(schema, element, *record);
   return record;
-}
-
-// The record as a new tree whose root is named `root_name`.
-template <typename Record>
-std::unique_ptr<XmlNode> record_tree(const Schema<Record>& schema, const Record& record,
-                                     std::string_view root_name) {
-  std::unique_ptr<XmlNode> root = xml_node_new(root_name);
-  write_fields(schema, record, *root);
-  return root;
 }
 
 // --- the kinds of field ---
@@ -142,10 +188,9 @@ constexpr Field<RecordOf<Member>> text(std::string_view element) {
           [](const Field<Record>&, const XmlNode& child, Record& record) {
             record.*Member = xml_text_dup(child);
           },
-          [](const Field<Record>& field, const Record& record, XmlNode& element) {
+          [](const Field<Record>& field, const Record& record, RecordOut& out) {
             const Text& value = record.*Member;
-            xml_node_set_text(xml_add_element(element, field.element),
-                              value ? OptionalText(*value) : std::nullopt);
+            out.element(field.element, value ? OptionalText(*value) : std::nullopt);
           }};
 }
 
@@ -159,8 +204,10 @@ constexpr Field<RecordOf<Member>> number(std::string_view element) {
             // The int narrowing keeps the low bits, as atoi's does.
             record.*Member = static_cast<Value>(xml_text_long(child));
           },
-          [](const Field<Record>& field, const Record& record, XmlNode& element) {
-            xml_set_text_long(xml_add_element(element, field.element), record.*Member);
+          [](const Field<Record>& field, const Record& record, RecordOut& out) {
+            char digits[24];
+            const auto end = std::to_chars(digits, digits + sizeof digits, record.*Member).ptr;
+            out.element(field.element, std::string_view(digits, end - digits));
           }};
 }
 
@@ -172,11 +219,18 @@ constexpr Field<RecordOf<Member>> fixed_text(std::string_view element) {
           [](const Field<Record>&, const XmlNode& child, Record& record) {
             copy_fixed_text(record.*Member, xml_node_text(child));
           },
-          [](const Field<Record>& field, const Record& record, XmlNode& element) {
-            xml_node_set_text(xml_add_element(element, field.element),
-                              std::string_view(record.*Member));
+          [](const Field<Record>& field, const Record& record, RecordOut& out) {
+            out.element(field.element, std::string_view(record.*Member));
           }};
 }
+
+// Writes a List of shares as an element named `name`; defined with the share table.
+void write_shares(const ShareList& list, std::string_view name, RecordOut& out);
+
+// Writes a List of texts as an element named `name` holding one `item` element per text; a
+// missing List writes the element empty.
+void write_texts(const TextList* list, std::string_view name, std::string_view item,
+                 RecordOut& out);
 
 // Every child element becomes a Share of the List; written as one element per share.
 template <auto Member>
@@ -186,8 +240,8 @@ constexpr Field<RecordOf<Member>> share_list(std::string_view element) {
           [](const Field<Record>&, const XmlNode& child, Record& record) {
             share_list_read(child, record.*Member);
           },
-          [](const Field<Record>& field, const Record& record, XmlNode& element) {
-            share_list_write(record.*Member, field.element, element);
+          [](const Field<Record>& field, const Record& record, RecordOut& out) {
+            write_shares(record.*Member, field.element, out);
           }};
 }
 
@@ -209,12 +263,8 @@ constexpr Field<RecordOf<Member>> text_list(std::string_view element, std::strin
           [](const Field<Record>& field, const XmlNode& child, Record& record) {
             string_list_read(child, field.element, field.item, *text_list_of(record.*Member));
           },
-          [](const Field<Record>& field, const Record& record, XmlNode& element) {
-            if (const TextList* list = text_list_of(record.*Member)) {
-              string_list_write(*list, field.element, field.item, element);
-            } else {
-              xml_add_element(element, field.element);
-            }
+          [](const Field<Record>& field, const Record& record, RecordOut& out) {
+            write_texts(text_list_of(record.*Member), field.element, field.item, out);
           },
           item};
 }

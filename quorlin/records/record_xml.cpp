@@ -19,11 +19,15 @@ namespace {
 using schema::Field;
 using schema::number;
 using schema::read_only;
+using schema::RecordOut;
 using schema::Schema;
 using schema::share_list;
 using schema::text;
 using schema::text_list;
 using schema::write_only;
+
+void write_access_list(const AccessList& access_list, RecordOut& out);
+void write_members(const PeerMemberList& members, RecordOut& out);
 
 constexpr Field<ServiceState> kServiceStateFields[] = {
     text<&ServiceState::username>("Username"),
@@ -60,12 +64,12 @@ constexpr Field<Share> kShareFields[] = {
      [](const Field<Share>&, const XmlNode& child, Share& share) {
        access_list_read(child, *share.access_list);
      },
-     [](const Field<Share>&, const Share& share, XmlNode& element) {
-       access_list_write(*share.access_list, element);
+     [](const Field<Share>&, const Share& share, RecordOut& out) {
+       write_access_list(*share.access_list, out);
      }},
     {"Path", text<&Share::path>("Path").read,
-     [](const Field<Share>& field, const Share& share, XmlNode& element) {
-       if (share.type == SHARE_TYPE_FOLDER) text<&Share::path>("Path").write(field, share, element);
+     [](const Field<Share>& field, const Share& share, RecordOut& out) {
+       if (share.type == SHARE_TYPE_FOLDER) text<&Share::path>("Path").write(field, share, out);
      }},
 };
 // The element's name varies with the share's type; see share_element_name.
@@ -98,8 +102,8 @@ constexpr Field<PeerNetwork> kPeerNetworkFields[] = {
      [](const Field<PeerNetwork>&, const XmlNode& child, PeerNetwork& network) {
        peer_member_list_read(child, network);
      },
-     [](const Field<PeerNetwork>&, const PeerNetwork& network, XmlNode& element) {
-       peer_member_list_write(network.peer_members, element);
+     [](const Field<PeerNetwork>&, const PeerNetwork& network, RecordOut& out) {
+       write_members(network.peer_members, out);
      }},
     share_list<&PeerNetwork::folder_shares>("FolderShares"),
     share_list<&PeerNetwork::connection_shares>("ConnectionShares"),
@@ -131,18 +135,92 @@ int share_type_of(std::string_view element_name) {
   return 0;
 }
 
-template <typename Record>
-XmlNode& write_record(const Schema<Record>& schema, const Record& record, XmlNode& parent) {
-  XmlNode& element = xml_add_element(parent, schema.element);
-  schema::write_fields(schema, record, element);
-  return element;
+template <typename Item, typename Write>
+void write_items(const List<std::unique_ptr<Item>>& list, RecordOut& out, Write write) {
+  // A null item (a child the reader did not recognise) has nothing to write.
+  for (auto* node = list.first; node != nullptr; node = node->next) {
+    if (node->item) write(*node->item, out);
+  }
 }
 
 template <typename Item, typename Write>
-void write_items(const List<std::unique_ptr<Item>>& list, XmlNode& element, Write write) {
-  for (auto* node = list.first; node != nullptr; node = node->next) {
-    if (node->item) write(*node->item, element);
+void write_list(const List<std::unique_ptr<Item>>& list, std::string_view name, RecordOut& out,
+                Write write) {
+  out.open(name);
+  write_items(list, out, write);
+  out.close(name);
+}
+
+void write_accessor(const Accessor& accessor, RecordOut& out) {
+  schema::write_record(kAccessor, accessor, kAccessor.element, out);
+}
+
+void write_access_list(const AccessList& access_list, RecordOut& out) {
+  write_list(access_list.accessors, "AccessList", out, write_accessor);
+}
+
+void write_share(const Share& share, RecordOut& out) {
+  schema::write_record(kShare, share, share_element_name(share.type), out);
+}
+
+void write_notification(const Notification& notification, RecordOut& out) {
+  if (notification.type == NOTIFICATION_TYPE_MEMBER) {
+    schema::write_record(kNotification, notification, kNotification.element, out);
   }
+}
+
+void write_member(const PeerMember& member, RecordOut& out) {
+  schema::write_record(kPeerMember, member, kPeerMember.element, out);
+}
+
+void write_members(const PeerMemberList& members, RecordOut& out) {
+  write_list(members, "PeerMembers", out, write_member);
+}
+
+void write_network(const PeerNetwork& network, RecordOut& out) {
+  schema::write_record(kPeerNetwork, network, kPeerNetwork.element, out);
+}
+
+// Writers that append under a parent element.
+template <typename Value, typename Write>
+void write_under(XmlNode& parent, const Value& value, Write write) {
+  RecordOut out(parent);
+  write(value, out);
+}
+
+// A record as a new tree, and as text.
+template <typename Record>
+std::unique_ptr<XmlNode> record_tree(const Schema<Record>& schema, const Record& record) {
+  std::unique_ptr<XmlNode> root = xml_node_new(schema.element);
+  RecordOut out(*root);
+  schema::write_fields(schema, record, out);
+  return root;
+}
+
+template <typename Record>
+std::string record_text(const Schema<Record>& schema, const Record& record) {
+  std::string text;
+  RecordOut out(text);
+  schema::write_record(schema, record, schema.element, out);
+  return text;
+}
+
+// A List of records as a new tree whose root is named `name`, and as text.
+template <typename Item, typename Write>
+std::unique_ptr<XmlNode> list_tree(const List<std::unique_ptr<Item>>& list, std::string_view name,
+                                   Write write) {
+  std::unique_ptr<XmlNode> root = xml_node_new(name);
+  RecordOut out(*root);
+  write_items(list, out, write);
+  return root;
+}
+
+template <typename Item, typename Write>
+std::string list_text(const List<std::unique_ptr<Item>>& list, std::string_view name, Write write) {
+  std::string text;
+  RecordOut out(text);
+  write_list(list, name, out, write);
+  return text;
 }
 
 template <typename Visit>
@@ -338,86 +416,88 @@ void xml_set_text_long(XmlNode& element, long number) {
   xml_node_set_text(element, str_from_long(number));
 }
 
+void schema::write_shares(const ShareList& list, std::string_view name, RecordOut& out) {
+  write_list(list, name, out, write_share);
+}
+
+void schema::write_texts(const TextList* list, std::string_view name, std::string_view item,
+                         RecordOut& out) {
+  out.open(name);
+  for (auto* node = list ? list->first : nullptr; node != nullptr; node = node->next) {
+    out.element(item, node->item ? OptionalText(*node->item) : std::nullopt);
+  }
+  out.close(name);
+}
+
 void accessor_write(const Accessor& accessor, XmlNode& parent) {
-  write_record(kAccessor, accessor, parent);
+  write_under(parent, accessor, write_accessor);
 }
 
 void access_list_write(const AccessList& access_list, XmlNode& parent) {
-  write_items(access_list.accessors, xml_add_element(parent, "AccessList"), accessor_write);
+  write_under(parent, access_list, write_access_list);
 }
 
 void share_write(const Share& share, XmlNode& parent) {
-  schema::write_fields(kShare, share, xml_add_element(parent, share_element_name(share.type)));
+  write_under(parent, share, write_share);
 }
 
 void share_list_write(const ShareList& list, std::string_view element_name, XmlNode& parent) {
-  write_items(list, xml_add_element(parent, element_name), share_write);
+  RecordOut out(parent);
+  schema::write_shares(list, element_name, out);
 }
 
 std::unique_ptr<XmlNode> share_list_to_xml(const ShareList& list, std::string_view element_name) {
-  auto root = xml_node_new(element_name);
-  write_items(list, *root, share_write);
-  return root;
+  return list_tree(list, element_name, write_share);
 }
 
 void notification_write(const Notification& notification, XmlNode& parent) {
-  if (notification.type == NOTIFICATION_TYPE_MEMBER) {
-    write_record(kNotification, notification, parent);
-  }
+  write_under(parent, notification, write_notification);
 }
 
 std::unique_ptr<XmlNode> notification_list_to_xml(const NotificationList& list) {
-  auto root = xml_node_new("Notifications");
-  write_items(list, *root, notification_write);
-  return root;
+  return list_tree(list, "Notifications", write_notification);
 }
 
 void string_list_write(const TextList& list, std::string_view list_name, std::string_view item_name,
                        XmlNode& parent) {
-  XmlNode& element = xml_add_element(parent, list_name);
-  for (auto* node = list.first; node != nullptr; node = node->next) {
-    xml_node_set_text(xml_add_element(element, item_name),
-                      node->item ? OptionalText(*node->item) : std::nullopt);
-  }
+  RecordOut out(parent);
+  schema::write_texts(&list, list_name, item_name, out);
 }
 
 void peer_member_write(const PeerMember& member, XmlNode& parent) {
-  write_record(kPeerMember, member, parent);
+  write_under(parent, member, write_member);
 }
 
 std::unique_ptr<XmlNode> peer_member_to_xml(const PeerMember& member) {
-  return schema::record_tree(kPeerMember, member, kPeerMember.element);
+  return record_tree(kPeerMember, member);
 }
 
 void peer_member_list_write(const PeerMemberList& list, XmlNode& parent) {
-  write_items(list, xml_add_element(parent, "PeerMembers"), peer_member_write);
+  write_under(parent, list, write_members);
 }
 
 void peer_network_write(const PeerNetwork& network, XmlNode& parent) {
-  write_record(kPeerNetwork, network, parent);
+  write_under(parent, network, write_network);
 }
 
 std::unique_ptr<XmlNode> peer_network_to_xml(const PeerNetwork& network) {
-  return schema::record_tree(kPeerNetwork, network, kPeerNetwork.element);
+  return record_tree(kPeerNetwork, network);
 }
 
 std::unique_ptr<XmlNode> peer_network_list_to_xml(const PeerNetworkList& list) {
-  auto root = xml_node_new("PeerNetworks");
-  // A null item (a child the reader did not recognise) has nothing to write.
-  write_items(list, *root, peer_network_write);
-  return root;
+  return list_tree(list, "PeerNetworks", write_network);
 }
 
 std::unique_ptr<XmlNode> service_state_to_xml(const ServiceState& state) {
-  return schema::record_tree(kServiceState, state, kServiceState.element);
+  return record_tree(kServiceState, state);
 }
 
 std::unique_ptr<XmlNode> peer_connection_info_to_xml(const PeerConnectionInfo& info) {
-  return schema::record_tree(kPeerConnectionInfo, info, kPeerConnectionInfo.element);
+  return record_tree(kPeerConnectionInfo, info);
 }
 
 std::unique_ptr<XmlNode> add_network_request_to_xml(const AddNetworkRequest& request) {
-  return schema::record_tree(kAddNetworkRequest, request, kAddNetworkRequest.element);
+  return record_tree(kAddNetworkRequest, request);
 }
 
 std::string add_network_request_to_text(OptionalText name, const TextList& members, int type,
@@ -430,35 +510,35 @@ std::string add_network_request_to_text(OptionalText name, const TextList& membe
 }
 
 std::string add_network_request_to_text(const AddNetworkRequest& request) {
-  return xml_to_string(*add_network_request_to_xml(request));
+  return record_text(kAddNetworkRequest, request);
 }
 
 std::string share_list_to_text(const ShareList& list) {
-  return xml_to_string(*share_list_to_xml(list, "Shares"));
+  return list_text(list, "Shares", write_share);
 }
 
 std::string service_state_to_text(const ServiceState& state) {
-  return xml_to_string(*service_state_to_xml(state));
+  return record_text(kServiceState, state);
 }
 
 std::string peer_connection_info_to_text(const PeerConnectionInfo& info) {
-  return xml_to_string(*peer_connection_info_to_xml(info));
+  return record_text(kPeerConnectionInfo, info);
 }
 
 std::string notification_list_to_text(const NotificationList& list) {
-  return xml_to_string(*notification_list_to_xml(list));
+  return list_text(list, "Notifications", write_notification);
 }
 
 std::string peer_network_list_to_text(const PeerNetworkList& list) {
-  return xml_to_string(*peer_network_list_to_xml(list));
+  return list_text(list, "PeerNetworks", write_network);
 }
 
 std::string peer_network_to_text(const PeerNetwork& network) {
-  return xml_to_string(*peer_network_to_xml(network));
+  return record_text(kPeerNetwork, network);
 }
 
 std::string peer_member_to_text(const PeerMember& member) {
-  return xml_to_string(*peer_member_to_xml(member));
+  return record_text(kPeerMember, member);
 }
 
 std::string access_list_allow_text(const AccessList& access_list) {

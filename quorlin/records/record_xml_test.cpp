@@ -4,15 +4,20 @@
 
 #include "quorlin/records/record_reader.hpp"
 #include "quorlin/records/record_writer.hpp"
+#include "quorlin/xml/xml_writer.hpp"
 
 namespace quorlin {
 namespace {
 
-// Reads a document with `parse` and writes the record back with `write` ("null" for none).
-template <auto parse, auto write>
+// Reads a document with `parse` and writes the record back ("null" for none), both as text
+// and as a tree, which must write the same bytes.
+template <auto parse, auto to_text, auto to_tree>
 std::string read_and_write(std::string_view document) {
   auto record = parse(document);
-  return record ? write(*record) : "null";
+  if (!record) return "null";
+  const std::string text = to_text(*record);
+  const std::string through_tree = xml_to_string(*to_tree(*record));
+  return text == through_tree ? text : text + " but through a tree " + through_tree;
 }
 
 struct TwoWayCase {
@@ -21,15 +26,22 @@ struct TwoWayCase {
   const char* written;
 };
 
-constexpr auto kState = read_and_write<service_state_parse, service_state_to_text>;
-constexpr auto kMember = read_and_write<peer_member_parse, peer_member_to_text>;
-constexpr auto kNetwork = read_and_write<peer_network_parse, peer_network_to_text>;
-constexpr auto kNetworks = read_and_write<peer_network_list_parse, peer_network_list_to_text>;
-constexpr auto kInfo = read_and_write<peer_connection_info_parse, peer_connection_info_to_text>;
+constexpr auto kState =
+    read_and_write<service_state_parse, service_state_to_text, service_state_to_xml>;
+constexpr auto kMember = read_and_write<peer_member_parse, peer_member_to_text, peer_member_to_xml>;
+constexpr auto kNetwork =
+    read_and_write<peer_network_parse, peer_network_to_text, peer_network_to_xml>;
+constexpr auto kNetworks =
+    read_and_write<peer_network_list_parse, peer_network_list_to_text, peer_network_list_to_xml>;
+constexpr auto kInfo = read_and_write<peer_connection_info_parse, peer_connection_info_to_text,
+                                      peer_connection_info_to_xml>;
 std::string (*const kRequest)(std::string_view) = read_and_write<
     add_network_request_parse,
-    static_cast<std::string (*)(const AddNetworkRequest&)>(add_network_request_to_text)>;
-constexpr auto kShares = read_and_write<share_list_parse, share_list_to_text>;
+    static_cast<std::string (*)(const AddNetworkRequest&)>(add_network_request_to_text),
+    add_network_request_to_xml>;
+constexpr auto kShares =
+    read_and_write<share_list_parse, share_list_to_text,
+                   +[](const ShareList& list) { return share_list_to_xml(list, "Shares"); }>;
 
 TEST(RecordXml, EveryKindReadsAndWritesBack) {
   const TwoWayCase cases[] = {
@@ -155,6 +167,7 @@ TEST(RecordXml, NotificationsAreWrittenForTypeSevenAndAlwaysReadAsAnEmptyList) {
   EXPECT_EQ(written,
             "<Notifications><Notification><Type>7</Type><Username>u</Username><Member>m</Member>"
             "<PrevMember>p</PrevMember></Notification></Notifications>");
+  EXPECT_EQ(xml_to_string(*notification_list_to_xml(notifications)), written);
   for (const std::string& document : {written, std::string("<Notifications></Notifications>"),
                                       std::string("<Other><Notification><Type>7</Type>"
                                                   "</Notification></Other>")}) {
