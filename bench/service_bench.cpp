@@ -1,7 +1,8 @@
 // The tool against the service simulator: `quorlinadmin list` of a 16 MB network list beside
-// `xmllint --noout` parsing the same document from a file, and a loop of get_local_ip
-// operations beside plain sockets and beside a minimal server. The simulator runs in this
-// process on port 7000.
+// `xmllint --noout` parsing the same document from a file (CPU time and peak memory of each
+// process alone, and the tool's instructions per reply byte under callgrind), and a loop of
+// get_local_ip operations beside plain sockets and beside a minimal server. The simulator runs in
+// this process on port 7000.
 #include <arpa/inet.h>
 #include <benchmark/benchmark.h>
 #include <fcntl.h>
@@ -151,19 +152,54 @@ void run_program(benchmark::State& state, const std::vector<std::string>& argv) 
     cpu_seconds += use.cpu_seconds;
     peak_mb = std::max(peak_mb, use.peak_mb);
   }
+  const double document_mb = static_cast<double>(fixture().document_bytes) / (1 << 20);
   state.counters["cpu_ms"] = 1000 * cpu_seconds / static_cast<double>(state.iterations());
   state.counters["peak_MB"] = peak_mb;
-  state.counters["document_MB"] = static_cast<double>(fixture().document_bytes) / (1 << 20);
+  state.counters["document_MB"] = document_mb;
+  state.counters["peak_per_document"] = peak_mb / document_mb;
+}
+
+double xmllint_cpu_ms = 0;  // from the last run of BM_XmllintNoout16MB, which runs first
+
+void BM_XmllintNoout16MB(benchmark::State& state) {
+  run_program(state, {"/usr/bin/xmllint", "--noout", fixture().document_path});
+  xmllint_cpu_ms = state.counters["cpu_ms"];
 }
 
 void BM_QuorlinadminList16MB(benchmark::State& state) {
   fixture();
   run_child({QUORLINADMIN_PATH, "list"});  // the simulator writes its reply once, then serves it
   run_program(state, {QUORLINADMIN_PATH, "list"});
+  if (xmllint_cpu_ms > 0)
+    state.counters["cpu_per_xmllint"] = state.counters["cpu_ms"] / xmllint_cpu_ms;
 }
 
-void BM_XmllintNoout16MB(benchmark::State& state) {
-  run_program(state, {"/usr/bin/xmllint", "--noout", fixture().document_path});
+// One run under callgrind: the instructions the tool executes per byte of the reply.
+void BM_QuorlinadminListInstructions(benchmark::State& state) {
+  const char* const valgrind = "/usr/bin/valgrind";
+  if (access(valgrind, X_OK) != 0) {
+    state.SkipWithError("valgrind is not installed");
+    return;
+  }
+  fixture();
+  const std::string profile = "/tmp/quorlin-bench-callgrind.out";
+  for (auto _ : state) {
+    run_child({valgrind, "--tool=callgrind", "--callgrind-out-file=" + profile, QUORLINADMIN_PATH,
+               "list"});
+  }
+  // The profile ends with "totals: <instructions>".
+  std::ifstream in(profile);
+  double instructions = 0;
+  for (std::string line; std::getline(in, line);) {
+    if (line.rfind("totals: ", 0) == 0) instructions = std::stod(line.substr(8));
+  }
+  std::remove(profile.c_str());
+  if (instructions == 0) {
+    state.SkipWithError("callgrind wrote no totals");
+    return;
+  }
+  state.counters["instructions_per_byte"] =
+      instructions / static_cast<double>(fixture().document_bytes);
 }
 
 void BM_GetLocalIp(benchmark::State& state) {
@@ -229,6 +265,7 @@ void BM_MinimalServerRoundTrip(benchmark::State& state) {
 
 BENCHMARK(BM_XmllintNoout16MB)->Unit(benchmark::kMillisecond)->Repetitions(3);
 BENCHMARK(BM_QuorlinadminList16MB)->Unit(benchmark::kMillisecond)->Repetitions(3);
+BENCHMARK(BM_QuorlinadminListInstructions)->Iterations(1)->Unit(benchmark::kMillisecond);
 BENCHMARK(BM_PlainSocketGetLocalIp)
     ->Iterations(10'000)
     ->UseRealTime()

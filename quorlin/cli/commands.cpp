@@ -1,10 +1,10 @@
-// The commands. The listing is gathered into one buffer and written with few system calls
-// (standard error is unbuffered); its bytes are those of one formatted line per entry.
+// The commands. The listing is gathered into one buffer and written with one call (standard
+// error is unbuffered); its bytes are those of one formatted line per entry.
 #include "quorlin/cli/commands.hpp"
 
 #include <unistd.h>
 
-#include <cstdarg>
+#include <charconv>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -17,77 +17,74 @@
 namespace quorlin {
 namespace {
 
-constexpr std::size_t kListingFlushBytes = 64 * 1024;
-
 // An absent text prints as the C library prints a null string.
 const char* printable(const Text& text) {
   return text ? text->c_str() : "(null)";
 }
 
-// Appends formatted text to the listing, flushing it to standard error in large blocks.
+// Builds the listing in one buffer, written to standard error (which is unbuffered) with one
+// call. Its bytes are those that "%s" and "%d" would print: an absent text as the C library
+// prints a null string, "(null)", and a text up to its first NUL.
 class Listing {
  public:
-  ~Listing() { flush(); }
-  __attribute__((format(printf, 2, 3))) void add(const char* format, ...) {
-    char line[1024];
-    va_list arguments;
-    va_start(arguments, format);
-    int length = std::vsnprintf(line, sizeof line, format, arguments);
-    va_end(arguments);
-    if (length < 0) return;
-    if (static_cast<std::size_t>(length) < sizeof line) {
-      text_.append(line, length);
-    } else {  // a long name: format again into room of its own
-      std::string long_line(length + 1, '\0');
-      va_start(arguments, format);
-      std::vsnprintf(long_line.data(), long_line.size(), format, arguments);
-      va_end(arguments);
-      text_.append(long_line.data(), length);
-    }
-    if (text_.size() >= kListingFlushBytes) flush();
+  Listing& operator<<(std::string_view text) {
+    text_.append(text);
+    return *this;
   }
-  void flush() {
-    std::fwrite(text_.data(), 1, text_.size(), stderr);
-    text_.clear();
+  Listing& operator<<(const char* text) { return *this << std::string_view(text); }
+  Listing& operator<<(const Text& text) {
+    return *this << (text ? c_text(*text) : std::string_view("(null)"));
   }
+  Listing& operator<<(int number) {
+    char digits[16];
+    return *this << std::string_view(digits,
+                                     std::to_chars(digits, digits + sizeof digits, number).ptr);
+  }
+  void end_line() { text_ += '\n'; }
+  void write() const { std::fwrite(text_.data(), 1, text_.size(), stderr); }
 
  private:
   std::string text_;
 };
 
 void list_members(Listing& listing, PeerNetwork& network) {
-  listing.add("Network member count: %d\n", list_count(network.peer_members));
+  (listing << "Network member count: " << list_count(network.peer_members)).end_line();
   for (auto* node = network.peer_members.first; node != nullptr; node = node->next) {
     const PeerMember& member = *node->item;
-    if (node == network.peer_members.first) listing.add("Owner. ");
-    listing.add("Member: %s, IP: %s, Status %d\n", printable(member.peer),
-                printable(member.peer_ip), member.status);
+    if (node == network.peer_members.first) listing << "Owner. ";
+    (listing << "Member: " << member.peer << ", IP: " << member.peer_ip << ", Status "
+             << member.status)
+        .end_line();
   }
 }
 
 }  // namespace
 
 void cmd_list(int type) {
-  std::unique_ptr<PeerNetworkList> networks = get_networks(type);
-  if (!networks) {
-    std::fputs("quorlinadmin: Call get_networks failed\n", stderr);
-    return;
-  }
-  if (networks->first == nullptr) {
-    std::fputs("quorlinadmin: No networks found\n", stderr);
-    return;
-  }
+  // Networks are listed as they are read and freed at once; the listing is written only once
+  // the whole reply has parsed, since a reply that does not parse prints only the failure.
   Listing listing;
-  for (auto* node = networks->first; node != nullptr; node = node->next) {
-    if (!node->item) {
-      listing.add("quorlinadmin: Incorrect data for peernetwork entry\n");
+  bool any = false;
+  bool stopped = false;
+  const bool read = get_networks_each(type, [&](std::unique_ptr<PeerNetwork> network) {
+    if (stopped) return;
+    any = true;
+    if (!network) {
+      (listing << "quorlinadmin: Incorrect data for peernetwork entry").end_line();
+      stopped = true;
       return;
     }
-    PeerNetwork& network = *node->item;
-    // The id is printed with %d: its low 32 bits, as the service's own tool prints it.
-    listing.add("Network id: %d, name: %s\n", static_cast<int>(network.id),
-                printable(network.name));
-    list_members(listing, network);
+    // The id is printed as an int: its low 32 bits, as the service's own tool prints it.
+    (listing << "Network id: " << static_cast<int>(network->id) << ", name: " << network->name)
+        .end_line();
+    list_members(listing, *network);
+  });
+  if (!read) {
+    std::fputs("quorlinadmin: Call get_networks failed\n", stderr);
+  } else if (!any) {
+    std::fputs("quorlinadmin: No networks found\n", stderr);
+  } else {
+    listing.write();
   }
 }
 

@@ -1,13 +1,18 @@
-// Forms and lines. read_line peeks a block, finds the LF and consumes exactly through it: two
-// system calls per block instead of one per byte, with the same bytes left on the Connection.
+// Forms and lines. A line is read by peeking a block, finding the LF and consuming exactly
+// through it: two system calls per block instead of one per byte, with the same bytes left on
+// the Connection, and each byte copied out of the kernel once.
 #include "quorlin/client/form.hpp"
 
 #include <poll.h>
+#include <sys/mman.h>
 #include <sys/socket.h>
 
 #include <algorithm>
 #include <cerrno>
+#include <cstdlib>
 #include <cstring>
+#include <new>
+#include <utility>
 
 #include "quorlin/base/strings.hpp"
 #include "quorlin/base/url.hpp"
@@ -19,6 +24,8 @@ namespace {
 // the peek starts small and doubles, so short lines cost little and long ones few system calls.
 constexpr std::size_t kFirstPeekBlock = 1024;
 constexpr std::size_t kLargestPeekBlock = 1024 * 1024;
+// Above this a line moves to a mapping of its own, which grows without copying.
+constexpr std::size_t kLargestHeapLine = 64 * 1024;
 
 // Waits for the descriptor as the timed receive does (10 ms steps while the elapsed count is
 // not above the time-out); -2 when it stays silent, else 1.
@@ -61,26 +68,86 @@ long form_send(Connection connection, std::string_view text) {
   return send_all(connection, line.data(), static_cast<long>(line.size()));
 }
 
-std::string read_line(Connection connection, int timeout_ms, int& status) {
-  std::string line;
+ReceivedLine::ReceivedLine(ReceivedLine&& other) noexcept
+    : data_(std::exchange(other.data_, nullptr)),
+      size_(std::exchange(other.size_, 0)),
+      capacity_(std::exchange(other.capacity_, 0)),
+      mapped_(std::exchange(other.mapped_, false)) {}
+
+ReceivedLine& ReceivedLine::operator=(ReceivedLine&& other) noexcept {
+  if (this != &other) {
+    release();
+    data_ = std::exchange(other.data_, nullptr);
+    size_ = std::exchange(other.size_, 0);
+    capacity_ = std::exchange(other.capacity_, 0);
+    mapped_ = std::exchange(other.mapped_, false);
+  }
+  return *this;
+}
+
+ReceivedLine::~ReceivedLine() {
+  release();
+}
+
+void ReceivedLine::release() {
+  if (mapped_) {
+    munmap(data_, capacity_);
+  } else {
+    std::free(data_);
+  }
+  data_ = nullptr;
+  size_ = capacity_ = 0;
+  mapped_ = false;
+}
+
+char* ReceivedLine::room_for(std::size_t extra) {
+  if (size_ + extra <= capacity_) return data_ + size_;
+  const std::size_t capacity = std::max({2 * capacity_, size_ + extra, kFirstPeekBlock});
+  void* grown = nullptr;
+  if (capacity <= kLargestHeapLine) {
+    grown = std::realloc(data_, capacity);
+  } else if (mapped_) {
+    grown = mremap(data_, capacity_, capacity, MREMAP_MAYMOVE);
+    if (grown == MAP_FAILED) grown = nullptr;
+  } else {
+    grown = mmap(nullptr, capacity, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+    if (grown == MAP_FAILED) {
+      grown = nullptr;
+    } else {
+      if (size_ > 0) std::memcpy(grown, data_, size_);
+      std::free(data_);
+      mapped_ = true;
+    }
+  }
+  if (grown == nullptr) throw std::bad_alloc();
+  // Huge pages where the system gives them on request: a large reply then costs a few page
+  // faults instead of one per 4 KiB.
+  if (mapped_) madvise(grown, capacity, MADV_HUGEPAGE);
+  data_ = static_cast<char*>(grown);
+  capacity_ = capacity;
+  return data_ + size_;
+}
+
+ReceivedLine receive_line(Connection connection, int timeout_ms, int& status) {
+  ReceivedLine line;
   status = 0;
   for (std::size_t block = kFirstPeekBlock;; block = std::min(2 * block, kLargestPeekBlock)) {
     status = wait_readable(connection, timeout_ms);
     if (status != 1) break;
-    std::size_t start = line.size();
-    line.resize(start + block);
-    ssize_t peeked = recv(connection, line.data() + start, block, MSG_PEEK);
+    char* into = line.room_for(block);
+    const ssize_t peeked = recv(connection, into, block, MSG_PEEK);
     if (peeked < 1) {
-      line.resize(start);
       status = static_cast<int>(peeked);
       break;
     }
-    auto* end = static_cast<char*>(std::memchr(line.data() + start, '\n', peeked));
-    std::size_t take = end != nullptr ? end - (line.data() + start) + 1 : peeked;
-    ssize_t taken = recv(connection, line.data() + start, take, 0);  // the same bytes again
-    line.resize(start + std::max<ssize_t>(taken, 0));
-    if (end != nullptr && taken == static_cast<ssize_t>(take)) {
-      line.pop_back();  // the LF
+    const auto* lf = static_cast<const char*>(std::memchr(into, '\n', peeked));
+    const std::size_t take = lf != nullptr ? lf - into + 1 : peeked;
+    // The bytes are in place already: consume the same ones without copying them again (a TCP
+    // socket discards them; a socket that ignores the flag copies the same bytes over).
+    const ssize_t taken = recv(connection, into, take, MSG_TRUNC);
+    line.size_ += std::max<ssize_t>(taken, 0);
+    if (lf != nullptr && taken == static_cast<ssize_t>(take)) {
+      --line.size_;  // the LF
       status = 1;
       break;
     }
@@ -89,9 +156,20 @@ std::string read_line(Connection connection, int timeout_ms, int& status) {
       break;
     }
   }
-  std::erase(line, '\r');
-  line.resize(c_text(line).size());
+  char* const begin = line.data_;
+  char* end = begin + line.size_;
+  if (char* cr = begin ? static_cast<char*>(std::memchr(begin, '\r', line.size_)) : nullptr) {
+    end = std::remove(cr, end, '\r');
+  }
+  if (const void* nul = begin ? std::memchr(begin, '\0', end - begin) : nullptr) {
+    end = static_cast<char*>(const_cast<void*>(nul));
+  }
+  line.size_ = end - begin;
   return line;
+}
+
+std::string read_line(Connection connection, int timeout_ms, int& status) {
+  return std::string(receive_line(connection, timeout_ms, status).text());
 }
 
 std::string read_reply_line(Connection connection, int& status) {

@@ -46,6 +46,33 @@ long form_send(Connection connection, std::string_view text);
 std::string read_line(Connection connection, int timeout_ms, int& status);
 std::string read_reply_line(Connection connection, int& status);
 
+// A line received whole, in storage of its own: while small on the heap, then in an anonymous
+// mapping that grows in place (mremap), so that a reply of many megabytes is received straight
+// into the memory its reader parses, without a copy as it grows or a second copy for the reader.
+class ReceivedLine {
+ public:
+  ReceivedLine() = default;
+  ReceivedLine(ReceivedLine&& other) noexcept;
+  ReceivedLine& operator=(ReceivedLine&& other) noexcept;
+  ~ReceivedLine();
+
+  // The line's bytes: no LF, no CR, and nothing from its first NUL on.
+  std::string_view text() const { return {data_, size_}; }
+
+ private:
+  friend ReceivedLine receive_line(Connection connection, int timeout_ms, int& status);
+  char* room_for(std::size_t extra);  // storage for `extra` more bytes after the text
+  void release();
+
+  char* data_ = nullptr;
+  std::size_t size_ = 0;
+  std::size_t capacity_ = 0;
+  bool mapped_ = false;
+};
+
+// read_line's reading, with the line left in a ReceivedLine.
+ReceivedLine receive_line(Connection connection, int timeout_ms, int& status);
+
 // The same extraction from memory: the line at the start of `text`; `next` becomes the index
 // after the LF, or -1 when the text ends without one.
 std::string text_line(std::string_view text, long& next);

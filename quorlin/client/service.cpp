@@ -48,10 +48,10 @@ class ServiceCall {
   Connection connection() const { return connection_; }
 
   // Sends the form line, then `document` as a second line when given, and reads the reply.
-  std::string exchange(int& status, const std::string* document = nullptr) {
+  ReceivedLine exchange(int& status, const std::string* document = nullptr) {
     form_send(connection_, form_->text);
     if (document != nullptr) form_send(connection_, *document);
-    return read_reply_line(connection_, status);
+    return receive_line(connection_, NO_TIMEOUT, status);
   }
 
   // Ends the call now and returns the close result (for the operations that report it).
@@ -86,9 +86,9 @@ auto document_call(ServiceCall& call, Read read, const std::string* document = n
     -> decltype(read(std::string_view())) {
   if (!call.connected()) return nullptr;
   int status = 0;
-  std::string reply = call.exchange(status, document);
+  const ReceivedLine reply = call.exchange(status, document);
   if (status <= 0) return nullptr;
-  return read(reply);
+  return read(reply.text());
 }
 
 // An operation that wants no reply: it still waits for the reply line, then closes.
@@ -104,9 +104,9 @@ template <typename OnFields>
 int form_call(ServiceCall& call, OnFields on_fields) {
   if (!call.connected()) return ERR_SERVICE_UNREACHABLE;
   int status = 0;
-  std::string reply = call.exchange(status);
+  const ReceivedLine reply = call.exchange(status);
   FormFields fields;
-  form_parse(fields, reply);
+  form_parse(fields, reply.text());
   int result = retval_of(fields);
   on_fields(fields, result);
   form_fields_clear(fields);
@@ -143,6 +143,15 @@ std::unique_ptr<PeerNetworkList> get_networks(int type) {
   return document_call(call, peer_network_list_parse);
 }
 
+bool get_networks_each(int type,
+                       const std::function<void(std::unique_ptr<PeerNetwork> network)>& each) {
+  ServiceCall call(CODE_GET_NETWORKS, {{"p2pnet_type", type}});
+  if (!call.connected()) return false;
+  int status = 0;
+  const ReceivedLine reply = call.exchange(status);
+  return status > 0 && peer_network_list_each(reply.text(), each);
+}
+
 std::unique_ptr<PeerNetwork> add_network(OptionalText name, const TextList& members, int type,
                                          int connection_type) {
   ServiceCall call(CODE_ADD_NETWORK);
@@ -165,9 +174,9 @@ int get_connection_info(long network, std::string_view peer, PeerConnectionInfo&
   return form_call(call, [&](const FormFields&, int result) {
     if (result < 0) return;
     int status = 0;
-    std::string second_line = read_reply_line(call.connection(), status);
+    const ReceivedLine second_line = receive_line(call.connection(), NO_TIMEOUT, status);
     if (status <= 0) return;
-    if (auto parsed = peer_connection_info_parse(second_line)) info = *parsed;
+    if (auto parsed = peer_connection_info_parse(second_line.text())) info = *parsed;
   });
 }
 

@@ -11,6 +11,7 @@
 #ifndef QUORLIN_CLIENT_SERVICE_HPP
 #define QUORLIN_CLIENT_SERVICE_HPP
 
+#include <functional>
 #include <memory>
 #include <span>
 #include <string_view>
@@ -51,6 +52,12 @@ int close_service_connection(Connection connection);
 std::unique_ptr<ServiceState> get_service_state(int type);
 int set_service_type(int type);
 std::unique_ptr<PeerNetworkList> get_networks(int type);
+
+// The same call without the List: each network goes to `each` as soon as it is read from the
+// reply (null for an entry that is not a network), and none is kept. Returns false where
+// get_networks returns null; networks handed over before that belonged to no list.
+bool get_networks_each(int type,
+                       const std::function<void(std::unique_ptr<PeerNetwork> network)>& each);
 // The service's new network (its id and name), or null. The name and members are only read.
 std::unique_ptr<PeerNetwork> add_network(OptionalText name, const TextList& members, int type,
                                          int connection_type);

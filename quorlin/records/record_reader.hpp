@@ -9,6 +9,7 @@
 #ifndef QUORLIN_RECORDS_RECORD_READER_HPP
 #define QUORLIN_RECORDS_RECORD_READER_HPP
 
+#include <functional>
 #include <memory>
 #include <string_view>
 
@@ -48,6 +49,11 @@ void peer_member_list_read(const XmlNode& element, PeerNetwork& network);
 std::unique_ptr<ServiceState> service_state_parse(std::string_view text);
 std::unique_ptr<PeerConnectionInfo> peer_connection_info_parse(std::string_view text);
 std::unique_ptr<PeerNetworkList> peer_network_list_parse(std::string_view text);
+// Reads a network list network by network: each goes to `each` as soon as it is read (null for a
+// child that is not a network), and nothing of the document is kept. Returns false where
+// peer_network_list_parse returns null; networks handed over before that belonged to no list.
+bool peer_network_list_each(std::string_view text,
+                            const std::function<void(std::unique_ptr<PeerNetwork>)>& each);
 std::unique_ptr<PeerNetwork> peer_network_parse(std::string_view text);
 std::unique_ptr<PeerMember> peer_member_parse(std::string_view text);  // network null
 std::unique_ptr<NotificationList> notification_list_parse(std::string_view text);

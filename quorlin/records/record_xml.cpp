@@ -253,10 +253,6 @@ std::optional<std::string_view> read_children(std::string_view text, std::string
   return root;
 }
 
-void append_network(const XmlNode& element, PeerNetworkList& list) {
-  list_append(list, peer_network_from_xml(element));
-}
-
 }  // namespace
 
 // --- reading ---
@@ -360,7 +356,8 @@ std::unique_ptr<PeerNetwork> peer_network_from_xml(const XmlNode& element) {
 std::unique_ptr<PeerNetworkList> peer_network_list_from_xml(const XmlNode& element) {
   if (xml_node_name(element) != "PeerNetworks") return nullptr;
   auto list = list_create<std::unique_ptr<PeerNetwork>>();
-  for_each_child(element, [&](const XmlNode& child) { append_network(child, *list); });
+  for_each_child(element,
+                 [&](const XmlNode& child) { list_append(*list, peer_network_from_xml(child)); });
   return list;
 }
 
@@ -378,8 +375,17 @@ std::unique_ptr<PeerConnectionInfo> peer_connection_info_parse(std::string_view 
 
 std::unique_ptr<PeerNetworkList> peer_network_list_parse(std::string_view text) {
   auto list = list_create<std::unique_ptr<PeerNetwork>>();
-  if (read_children(text, "PeerNetworks", *list, append_network) != "PeerNetworks") return nullptr;
-  return list;
+  const bool read = peer_network_list_each(
+      text, [&](std::unique_ptr<PeerNetwork> network) { list_append(*list, std::move(network)); });
+  return read ? std::move(list) : nullptr;
+}
+
+bool peer_network_list_each(std::string_view text,
+                            const std::function<void(std::unique_ptr<PeerNetwork>)>& each) {
+  const auto root = xml_parse_children(text, [&](const XmlNode& parsed, const XmlNode& child) {
+    if (xml_node_name(parsed) == "PeerNetworks") each(peer_network_from_xml(child));
+  });
+  return root == "PeerNetworks";
 }
 
 std::unique_ptr<PeerNetwork> peer_network_parse(std::string_view text) {
