@@ -21,12 +21,12 @@
 
 #include <cstddef>
 #include <memory>
-#include <mutex>
 #include <new>
 #include <optional>
 #include <string_view>
 
 #include "quorlin/base/list.hpp"
+#include "quorlin/base/recursive_lock.hpp"
 
 namespace quorlin {
 
@@ -36,7 +36,7 @@ struct XmlTree;
 // Node storage for the Lists of a tree: their nodes come from the tree's storage and are given
 // back only with it.
 struct XmlArenaNodes {
-  using Lock = std::recursive_mutex;  // the arena frees memory without running destructors
+  using Lock = RecursiveLock;  // nothing to destroy: the arena frees memory without destructors
   XmlDocument* document = nullptr;
 
   template <typename Node>

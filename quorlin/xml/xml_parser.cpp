@@ -155,6 +155,9 @@ class Parser {
          const XmlChildSink* sink = nullptr)
       : text_(text), start_(start), end_(end), parent_(parent), sink_(sink) {}
 
+  // Has the tree keep `text`, which is the text being parsed, instead of copying it.
+  void keep_text(std::unique_ptr<std::string> text) { kept_text_ = std::move(text); }
+
   // The root's name as it stands in the text; empty before there is a root.
   std::string_view root_name() const { return root_name_; }
 
@@ -396,7 +399,10 @@ class Parser {
       root_ = xml_node_new(name);
       root_name_ = name;
       frame.current = root_.get();
-      if (sink_ == nullptr) {
+      if (kept_text_ != nullptr) {
+        XmlTree::document(*root_).keep(std::move(kept_text_));
+        copy_ = const_cast<char*>(text_.data()) + start_;
+      } else if (sink_ == nullptr) {
         copy_range_into(XmlTree::document(*root_));
       } else {
         // Children handed over one by one live only during the hand-over: they view the text,
@@ -442,6 +448,7 @@ class Parser {
   long end_;
   XmlNode* parent_;
   const XmlChildSink* sink_;
+  std::unique_ptr<std::string> kept_text_;  // the parsed text, until the tree takes it
   XmlDocument::Mark child_mark_{};
   std::string_view root_name_;
   std::vector<Frame> frames_;
@@ -464,6 +471,16 @@ class Parser {
 std::unique_ptr<XmlNode> xml_parse(std::string_view text) {
   // The end passed on is the whole view's; xml_parse_element cuts the text at its first NUL.
   return xml_parse_element(nullptr, text, 0, static_cast<long>(text.size()));
+}
+
+std::unique_ptr<XmlNode> xml_parse_buffer(std::string&& text) {
+  // On the heap, so that its bytes stay where they are when the tree takes it.
+  auto kept = std::make_unique<std::string>(std::move(text));
+  const std::string_view parsed = c_text(*kept);
+  if (parsed.empty()) return nullptr;
+  Parser parser(parsed, 0, static_cast<long>(parsed.size()), nullptr);
+  parser.keep_text(std::move(kept));
+  return parser.run();
 }
 
 std::unique_ptr<XmlNode> xml_parse_element(XmlNode* parent, std::string_view text, long start,

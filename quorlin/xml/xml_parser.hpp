@@ -21,6 +21,7 @@
 
 #include <memory>
 #include <optional>
+#include <string>
 #include <string_view>
 #include <type_traits>
 
@@ -30,6 +31,10 @@ namespace quorlin {
 
 // The root of the first complete element of `text` (which ends at its first NUL), or null.
 std::unique_ptr<XmlNode> xml_parse(std::string_view text);
+
+// The same, for a text the tree may keep: the tree views `text` in place instead of copying it,
+// so that a large document is not held twice. The text is consumed whether or not it parses.
+std::unique_ptr<XmlNode> xml_parse_buffer(std::string&& text);
 
 // Parses the elements of text[start, end). With a parent, each element is appended to it and
 // null is returned; without one, the first element becomes the root that is returned and the

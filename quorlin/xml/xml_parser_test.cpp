@@ -96,6 +96,7 @@ TEST(XmlParse, ReadsRandomTextsExactlyAsThePlainAlgorithm) {
     const auto tree = xml_parse(text);
     ASSERT_EQ(describe(tree.get()), reference::parse_and_describe(text)) << text;
     ASSERT_EQ(describe_handed_over(text), describe_root_children(tree.get())) << text;
+    ASSERT_EQ(describe(xml_parse_buffer(std::string(text)).get()), describe(tree.get())) << text;
   }
 }
 

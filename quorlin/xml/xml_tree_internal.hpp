@@ -16,6 +16,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <memory>
+#include <string>
 #include <string_view>
 #include <vector>
 
@@ -64,6 +65,9 @@ class XmlDocument {
   Mark mark() const { return {blocks_.size(), next_, left_, current_block_, current_block_size_}; }
   void rewind(const Mark& mark);
 
+  // Keeps `text` for as long as the document lives (a parsed text the tree views in place).
+  void keep(std::unique_ptr<std::string> text) { kept_text_ = std::move(text); }
+
   // The root whose deletion frees this document; null once the root has been adopted.
   const XmlNode* owner() const { return owner_; }
   void set_owner(const XmlNode* owner) { owner_ = owner; }
@@ -78,6 +82,7 @@ class XmlDocument {
 
   const XmlNode* owner_ = nullptr;
   std::vector<std::unique_ptr<std::byte[]>> blocks_;
+  std::unique_ptr<std::string> kept_text_;
   std::byte* next_ = nullptr;
   std::size_t left_ = 0;
   std::byte* current_block_ = nullptr;  // the block next_ points into
