@@ -125,7 +125,7 @@ std::vector<std::uint8_t> hex_decode(std::string_view text) {
   return bytes;
 }
 
-long decimal_prefix(std::string_view text) {
+long decimal_prefix_any(std::string_view text) {
   // A NUL is neither a blank, a sign nor a digit, so the reading stops there by itself.
   std::size_t at = 0;
   while (at < text.size() && (text[at] == ' ' || (text[at] >= '\t' && text[at] <= '\r'))) ++at;

@@ -112,9 +112,9 @@ inline bool same_name(std::string_view a, std::string_view b) {
   return std::memcmp(x, y, size) == 0;
 }
 
-// Reads one child into the readable row of its name, looking from row `from` on and wrapping
-// around; returns the row after the one used (children mostly come in the table's order), or
-// `from` when no row reads the child, which is then skipped.
+// Reads one child with the row of its name, looking from row `from` on and wrapping around;
+// returns the row after the one found (children mostly come in the table's order), or `from`
+// when no row has the name. A child whose row has no reader, or no row, is skipped.
 template <typename Record>
 std::size_t read_child(const Schema<Record>& schema, const XmlNode& child, Record& record,
                        std::size_t from = 0) {
@@ -123,10 +123,9 @@ std::size_t read_child(const Schema<Record>& schema, const XmlNode& child, Recor
   for (std::size_t step = 0, row = from; step < rows; ++step, ++row) {
     if (row == rows) row = 0;
     const Field<Record>& field = schema.fields[row];
-    if (field.read != nullptr && same_name(field.element, name)) {
-      field.read(field, child, record);
-      return row + 1;
-    }
+    if (!same_name(field.element, name)) continue;
+    if (field.read != nullptr) field.read(field, child, record);
+    return row + 1;  // a name has one row
   }
   return from;
 }

@@ -108,11 +108,7 @@ XmlNode& xml_add_element(XmlNode& parent, std::string_view name) {
       ->item;
 }
 
-const XmlChildren& xml_node_children(const XmlNode& node) {
-  static const XmlChildren kNoChildren;
-  const XmlChildren* children = XmlTree::children_or_null(node);
-  return children ? *children : kNoChildren;
-}
+const XmlChildren XmlNode::kNoChildren;
 
 const XmlAttributes& xml_node_attributes(const XmlNode& node) {
   static const XmlAttributes kNoAttributes;

@@ -73,6 +73,9 @@ class XmlNode {
 
   // Defined here, declared with their contracts below: readers call them once per node.
   friend std::string_view xml_node_name(const XmlNode& node) { return node.name_; }
+  friend const XmlChildren& xml_node_children(const XmlNode& node) {
+    return node.children_ != nullptr ? *node.children_ : kNoChildren;
+  }
   friend std::optional<std::string_view> xml_node_text(const XmlNode& node) {
     if (node.text_ == nullptr) return std::nullopt;
     return std::string_view(node.text_, node.text_size_ & ~kOwnedText);
@@ -81,6 +84,7 @@ class XmlNode {
  private:
   friend struct XmlTree;
   static constexpr std::size_t kOwnedText = std::size_t{1} << 63;  // text_ is a reusable block
+  static const XmlChildren kNoChildren;
 
   std::string_view name_;
   XmlChildren* children_ = nullptr;      // null until the first child
