@@ -1,10 +1,11 @@
 // List: a doubly linked list with its own recursive lock.
 //
 // Every collection of the library is a List. It is deliberately transparent: callers walk it
-// by reading `first` and following `next` themselves, without the lock; that is the only way
-// of iterating. Each locked operation takes `lock` on entry and releases it on return; the
-// lock is recursive so that list_remove and list_clear can call list_find and
-// list_remove_node, and so that a caller may hold it around a sequence of operations.
+// by reading `first` and following `next` themselves, without the lock, or with range-for and
+// the standard algorithms, which walk it the same way (a List is a forward range). Each locked
+// operation takes `lock` on entry and releases it on return; the lock is recursive so that
+// list_remove and list_clear can call list_find and list_remove_node, and so that a caller may hold
+// it around a sequence of operations.
 //
 // The List stores what it is given and compares items by identity. With a raw pointer item it
 // never touches the pointee, so users free their items before clearing or destroying the
@@ -24,6 +25,8 @@
 #define QUORLIN_BASE_LIST_HPP
 
 #include <concepts>
+#include <cstddef>
+#include <iterator>
 #include <memory>
 #include <mutex>
 #include <new>
@@ -40,6 +43,40 @@ struct ListNode {
   ListNode* previous = nullptr;
   T item;
   ListNode* next = nullptr;
+};
+
+// Iteration over the items, first to last. Like a walk along `first` and `next`, it takes no
+// lock: iterate a List that no other thread changes meanwhile, or hold its lock around the loop.
+template <typename T, bool Const>
+class ListIterator {
+  using NodePointer = std::conditional_t<Const, const ListNode<T>*, ListNode<T>*>;
+
+ public:
+  using value_type = T;
+  using difference_type = std::ptrdiff_t;
+  using reference = std::conditional_t<Const, const T&, T&>;
+  using pointer = std::conditional_t<Const, const T*, T*>;
+  using iterator_category = std::forward_iterator_tag;
+
+  ListIterator() = default;
+  explicit ListIterator(NodePointer node) : node_(node) {}
+  operator ListIterator<T, true>() const { return ListIterator<T, true>(node_); }
+
+  reference operator*() const { return node_->item; }
+  pointer operator->() const { return &node_->item; }
+  ListIterator& operator++() {
+    node_ = node_->next;
+    return *this;
+  }
+  ListIterator operator++(int) {
+    ListIterator before = *this;
+    node_ = node_->next;
+    return before;
+  }
+  bool operator==(const ListIterator&) const = default;
+
+ private:
+  NodePointer node_ = nullptr;
 };
 
 // Node storage: where a List's nodes live, and the kind of lock that goes with them. The
@@ -62,6 +99,8 @@ struct PoolNodes {
 template <typename T, typename Nodes = PoolNodes>
 struct List {
   using Node = ListNode<T>;
+  using iterator = ListIterator<T, false>;
+  using const_iterator = ListIterator<T, true>;
 
   typename Nodes::Lock lock;
   Node* first = nullptr;
@@ -72,6 +111,12 @@ struct List {
   explicit List(Nodes node_storage) : nodes(node_storage) {}
   List(const List&) = delete;
   List& operator=(const List&) = delete;
+
+  iterator begin() { return iterator(first); }
+  iterator end() { return iterator(); }
+  const_iterator begin() const { return const_iterator(first); }
+  const_iterator end() const { return const_iterator(); }
+
   ~List() {
     for (Node* node = first; node != nullptr;) {
       Node* next = node->next;
@@ -228,6 +273,9 @@ int list_count(List<T, Nodes>& list) {
   for (ListNode<T>* node = list.first; node != nullptr; node = node->next) ++count;
   return count;
 }
+
+static_assert(std::forward_iterator<ListIterator<int*, false>>);
+static_assert(std::forward_iterator<ListIterator<int*, true>>);
 
 }  // namespace quorlin
 

@@ -10,6 +10,7 @@
 #include <cstring>
 #include <ctime>
 #include <string>
+#include <utility>
 
 #include "quorlin/base/strings.hpp"
 #include "quorlin/client/service.hpp"
@@ -49,11 +50,11 @@ class Listing {
 
 void list_members(Listing& listing, PeerNetwork& network) {
   (listing << "Network member count: " << list_count(network.peer_members)).end_line();
-  for (auto* node = network.peer_members.first; node != nullptr; node = node->next) {
-    const PeerMember& member = *node->item;
-    if (node == network.peer_members.first) listing << "Owner. ";
-    (listing << "Member: " << member.peer << ", IP: " << member.peer_ip << ", Status "
-             << member.status)
+  bool first = true;
+  for (const auto& member : network.peer_members) {
+    if (std::exchange(first, false)) listing << "Owner. ";
+    (listing << "Member: " << member->peer << ", IP: " << member->peer_ip << ", Status "
+             << member->status)
         .end_line();
   }
 }
@@ -135,16 +136,15 @@ int cmd_drop() {
     std::fputs("quorlinadmin:Drop networks fail: No networks found\n", stderr);
     return std::printf("fail");
   }
-  for (auto* node = networks->first; node != nullptr; node = node->next) {
-    if (!node->item) {
+  for (const auto& network : *networks) {
+    if (!network) {
       std::fputs("quorlinadmin:Incorrect data for peernetwork entry\n", stderr);
       return std::printf("fail");
     }
-    const PeerNetwork& network = *node->item;
-    if (network.name == SPARED_NETWORK_NAME) continue;
+    if (network->name == SPARED_NETWORK_NAME) continue;
     std::fprintf(stderr, "quorlinadmin:Deleting network id: %d, name: %s... ",
-                 static_cast<int>(network.id), printable(network.name));
-    drop_network(network.id);
+                 static_cast<int>(network->id), printable(network->name));
+    drop_network(network->id);
   }
   return std::printf("ok");
 }

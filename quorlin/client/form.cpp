@@ -236,8 +236,8 @@ void form_parse(FormFields& fields, std::string_view text) {
 }
 
 std::optional<std::string_view> form_get(const FormFields& fields, std::string_view name) {
-  for (const auto* node = fields.first; node != nullptr; node = node->next) {
-    if (node->item->name == name) return node->item->value;
+  for (const auto& field : fields) {
+    if (field->name == name) return field->value;
   }
   return std::nullopt;
 }

@@ -138,8 +138,8 @@ int share_type_of(std::string_view element_name) {
 template <typename Item, typename Write>
 void write_items(const List<std::unique_ptr<Item>>& list, RecordOut& out, Write write) {
   // A null item (a child the reader did not recognise) has nothing to write.
-  for (auto* node = list.first; node != nullptr; node = node->next) {
-    if (node->item) write(*node->item, out);
+  for (const auto& item : list) {
+    if (item) write(*item, out);
   }
 }
 
@@ -429,8 +429,8 @@ void schema::write_shares(const ShareList& list, std::string_view name, RecordOu
 void schema::write_texts(const TextList* list, std::string_view name, std::string_view item,
                          RecordOut& out) {
   out.open(name);
-  for (auto* node = list ? list->first : nullptr; node != nullptr; node = node->next) {
-    out.element(item, node->item ? OptionalText(*node->item) : std::nullopt);
+  if (list != nullptr) {
+    for (const Text& text : *list) out.element(item, text ? OptionalText(*text) : std::nullopt);
   }
   out.close(name);
 }
@@ -509,9 +509,7 @@ std::unique_ptr<XmlNode> add_network_request_to_xml(const AddNetworkRequest& req
 std::string add_network_request_to_text(OptionalText name, const TextList& members, int type,
                                         int connection_type) {
   AddNetworkRequest request{text_copy(name), list_create<Text>(), type, connection_type};
-  for (auto* node = members.first; node != nullptr; node = node->next) {
-    list_append(*request.members, node->item);
-  }
+  for (const Text& member : members) list_append(*request.members, member);
   return add_network_request_to_text(request);
 }
 
@@ -550,19 +548,19 @@ std::string peer_member_to_text(const PeerMember& member) {
 std::string access_list_allow_text(const AccessList& access_list) {
   std::size_t allowed = 0;
   std::size_t name_bytes = 0;
-  for (auto* node = access_list.accessors.first; node != nullptr; node = node->next) {
-    if (node->item && node->item->type == 0) {
+  for (const auto& accessor : access_list.accessors) {
+    if (accessor && accessor->type == 0) {
       ++allowed;
-      name_bytes += node->item->name ? node->item->name->size() : 0;
+      name_bytes += accessor->name ? accessor->name->size() : 0;
     }
   }
   std::string text;
   text.reserve((allowed + 1) * 20 + name_bytes);
   text += "<Access>";
-  for (auto* node = access_list.accessors.first; node != nullptr; node = node->next) {
-    if (!node->item || node->item->type != 0) continue;
+  for (const auto& accessor : access_list.accessors) {
+    if (!accessor || accessor->type != 0) continue;
     text += "<Allow>";
-    if (node->item->name) text += *node->item->name;
+    if (accessor->name) text += *accessor->name;
     text += "</Allow>";
   }
   text += "</Access>";

@@ -9,8 +9,8 @@ int main() {
     std::fprintf(stderr, "the service did not answer\n");
     return 1;
   }
-  for (auto* node = networks->first; node != nullptr; node = node->next) {
-    if (node->item) std::printf("%ld %s\n", node->item->id, node->item->name.value_or("").c_str());
+  for (const auto& network : *networks) {  // a null entry was not a network
+    if (network) std::printf("%ld %s\n", network->id, network->name.value_or("").c_str());
   }
   return 0;
 }

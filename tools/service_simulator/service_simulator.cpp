@@ -3,6 +3,7 @@
 #include "tools/service_simulator/service_simulator.hpp"
 
 #include <sys/socket.h>
+#include <algorithm>
 
 #include <chrono>
 #include <cstdlib>
@@ -95,24 +96,22 @@ struct SimulatorState {
   std::optional<std::string> all_networks_text;  // cached, the list can be large
 
   PeerNetwork* find_network(long id) {
-    for (auto* node = networks->first; node != nullptr; node = node->next) {
-      if (node->item && node->item->id == id) return node->item.get();
+    for (const auto& network : *networks) {
+      if (network && network->id == id) return network.get();
     }
     return nullptr;
   }
   PeerMember* find_member(long id, const std::string& peer) {
     PeerNetwork* network = find_network(id);
     if (network == nullptr) return nullptr;
-    for (auto* node = network->peer_members.first; node != nullptr; node = node->next) {
-      if (node->item->peer == peer) return node->item.get();
+    for (const auto& member : network->peer_members) {
+      if (member->peer == peer) return member.get();
     }
     return nullptr;
   }
   bool name_taken(const Text& name) {
-    for (auto* node = networks->first; node != nullptr; node = node->next) {
-      if (node->item && node->item->name == name) return true;
-    }
-    return false;
+    return std::ranges::any_of(
+        *networks, [&](const auto& network) { return network && network->name == name; });
   }
 };
 
@@ -142,9 +141,9 @@ std::string set_service_type(SimulatorState& state, const Request& request) {
 std::string get_networks(SimulatorState& state, const Request& request) {
   if (request.type() != 0) {
     PeerNetworkList matching;
-    for (auto* node = state.networks->first; node != nullptr; node = node->next) {
-      if (node->item && node->item->type == request.type()) {
-        list_append(matching, peer_network_parse(peer_network_to_text(*node->item)));
+    for (const auto& network : *state.networks) {
+      if (network && network->type == request.type()) {
+        list_append(matching, peer_network_parse(peer_network_to_text(*network)));
       }
     }
     return peer_network_list_to_text(matching) + "\n";
@@ -163,9 +162,8 @@ std::string add_network(SimulatorState& state, const Request& request) {
   }
   auto network =
       make_network(state.next_id++, request_record->type, request_record->name.value_or(""), {});
-  for (auto* node = request_record->members->first; node != nullptr; node = node->next) {
-    list_append(network->peer_members,
-                make_member(*network, node->item.value_or(""), "10.9.0.1", 0));
+  for (const Text& member : *request_record->members) {
+    list_append(network->peer_members, make_member(*network, member.value_or(""), "10.9.0.1", 0));
   }
   std::string text = peer_network_to_text(*network) + "\n";
   list_append(*state.networks, std::move(network));
