@@ -1,5 +1,6 @@
-// Parse, write, parse again, write again: the second writing must equal the first for every
-// tree that the unescaped writer can represent. Trees it cannot (see representable) are only
+// The three ways of parsing (a whole tree from a copy, from a kept buffer, and child by child)
+// must give the same tree. Parse, write, parse again, write again: the second writing must
+// equal the first for every tree that the unescaped writer can represent. Trees it cannot (see representable) are only
 // parsed, written and freed. Texts of up to 4 KiB must also read exactly as the plain,
 // recursive algorithm reads them. Any crash, leak or undefined behaviour is a finding.
 #include <cstddef>
@@ -56,6 +57,10 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     std::abort();
   }
   if (quorlin::describe_handed_over(text) != quorlin::describe_root_children(tree.get())) {
+    std::abort();
+  }
+  if (quorlin::describe(quorlin::xml_parse_buffer(std::string(text)).get()) !=
+      quorlin::describe(tree.get())) {
     std::abort();
   }
   if (!tree) return 0;

@@ -166,6 +166,10 @@ class Parser {
     last_closing_ = find_last_closing_start();
     while (!done_) step();
     finish(frames_.front());
+    // The open frames view the text until here, even when the root has been dropped.
+    if (root_ != nullptr && kept_text_ != nullptr) {
+      XmlTree::document(*root_).keep(std::move(kept_text_));
+    }
     return std::move(root_);
   }
 
@@ -400,8 +404,7 @@ class Parser {
       root_name_ = name;
       frame.current = root_.get();
       if (kept_text_ != nullptr) {
-        XmlTree::document(*root_).keep(std::move(kept_text_));
-        copy_ = const_cast<char*>(text_.data()) + start_;
+        copy_ = const_cast<char*>(text_.data()) + start_;  // the tree takes the text at the end
       } else if (sink_ == nullptr) {
         copy_range_into(XmlTree::document(*root_));
       } else {
