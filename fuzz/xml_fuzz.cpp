@@ -1,8 +1,9 @@
 // The three ways of parsing (a whole tree from a copy, from a kept buffer, and child by child)
 // must give the same tree. Parse, write, parse again, write again: the second writing must
-// equal the first for every tree that the unescaped writer can represent. Trees it cannot (see representable) are only
-// parsed, written and freed. Texts of up to 4 KiB must also read exactly as the plain,
-// recursive algorithm reads them. Any crash, leak or undefined behaviour is a finding.
+// equal the first for every tree that the unescaped writer can represent. Trees it cannot (see
+// representable) are only parsed, written and freed. Texts of up to 4 KiB must also read
+// exactly as the plain, recursive algorithm reads them. Any crash, leak or undefined behaviour
+// is a finding.
 #include <cstddef>
 #include <cstdint>
 #include <cstdlib>
