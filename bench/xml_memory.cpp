@@ -27,8 +27,8 @@ int main() {
       std::string document = quorlin::bench::network_list_document(16 << 20);
       const double document_mib = static_cast<double>(document.size()) / (1 << 20);
       const long before = peak_resident_kib();
-      auto tree = keeping ? quorlin::xml_parse_buffer(std::move(document))
-                          : quorlin::xml_parse(document);
+      auto tree =
+          keeping ? quorlin::xml_parse_buffer(std::move(document)) : quorlin::xml_parse(document);
       const double growth_mib = static_cast<double>(peak_resident_kib() - before) / 1024;
       std::printf("%-16s document %.1f MiB, peak grew by %.1f MiB: %.2fx the document\n",
                   keeping ? "xml_parse_buffer" : "xml_parse", document_mib, growth_mib,
