@@ -17,7 +17,9 @@
 // The open names are found through a table keyed by a seeded hash of the name read backwards,
 // so that the names of every "</" that ends at one ">" are hashed in one backward sweep. Each
 // byte of the text is therefore read a bounded number of times, however the document nests or
-// breaks. The tree keeps one copy of the parsed range; its names and texts are views of it.
+// breaks. The tree keeps one copy of the parsed range, or the text itself when it was handed
+// over; its names and texts are views of it. When the caller takes the root's children one by
+// one, each goes as soon as it is complete and the arena is rewound to where it began.
 #include "quorlin/xml/xml_parser.hpp"
 
 #include <string.h>  // memrchr
