@@ -4,9 +4,11 @@
 // Ownership follows the tree: a PeerNetwork owns its members and shares, a PeerMember its remote
 // shares and queued messages, a Share its AccessList and Accessors; destroying the top frees
 // everything below it once. A member's `network` points up to its owner and is never owned.
-// Texts are std::optional: null and empty are different values on the wire.
+// Texts are std::optional: null and empty are different values on the wire. The records that
+// come in lists are allocated from the pool (base/pool.hpp), so that reading a long list costs
+// no malloc per record; `new`, `delete` and unique_ptr work on them as on any object.
 //
-// Locking: only the member message queue locks (the Messages List's own recursive mutex), so
+// Locking: only the member message queue locks (the Messages List's own recursive lock), so
 // that push, pop and clear keep the bound when several threads use one member. Everything else
 // belongs to one thread at a time.
 #ifndef QUORLIN_RECORDS_RECORDS_HPP
