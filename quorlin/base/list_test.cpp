@@ -151,6 +151,22 @@ TEST(List, IsARangeOfItsItemsInOrder) {
   EXPECT_EQ(**++found, 20);
 }
 
+TEST(RecursiveLock, TheHolderTakesItAgainAndOthersWaitForTheLastRelease) {
+  RecursiveLock lock;
+  ASSERT_TRUE(lock.try_lock());
+  EXPECT_TRUE(lock.try_lock());
+  lock.lock();
+  std::thread([&] { EXPECT_FALSE(lock.try_lock()); }).join();
+  lock.unlock();
+  lock.unlock();
+  std::thread([&] { EXPECT_FALSE(lock.try_lock()); }).join();
+  lock.unlock();
+  std::thread([&] {
+    EXPECT_TRUE(lock.try_lock());
+    lock.unlock();
+  }).join();
+}
+
 TEST(ListConcurrency, EightThreadsKeepTheLinksConsistent) {
   constexpr int kThreads = 8;
   constexpr int kRounds = 2000;

@@ -4,6 +4,7 @@
 
 #include "quorlin/records/record_reader.hpp"
 #include "quorlin/records/record_writer.hpp"
+#include "quorlin/xml/xml_parser.hpp"
 #include "quorlin/xml/xml_writer.hpp"
 
 namespace quorlin {
@@ -148,6 +149,20 @@ TEST(RecordXml, ReadListsKeepNullItemsTheirLengthAndTheirOwner) {
   EXPECT_EQ(list_count(network.peer_members), 2);
   EXPECT_EQ(network.peer_members.last->item->network, &network);
   EXPECT_EQ(list_count(*peer_network_list_parse("<PeerNetworks></PeerNetworks>")), 0);
+
+  // The readers of parsed trees read lists as the text readers do.
+  auto tree =
+      xml_parse("<PeerNetworks><PeerNetwork><Id>5</Id></PeerNetwork><Foo></Foo></PeerNetworks>");
+  auto from_tree = peer_network_list_from_xml(*tree);
+  ASSERT_NE(from_tree, nullptr);
+  ASSERT_EQ(list_count(*from_tree), 2);
+  EXPECT_EQ(from_tree->first->item->id, 5);
+  EXPECT_EQ(from_tree->last->item, nullptr);
+  EXPECT_EQ(peer_network_list_from_xml(*xml_parse("<Other></Other>")), nullptr);
+  auto notifications = notification_list_from_xml(
+      *xml_parse("<Notifications><Notification><Type>7</Type></Notification></Notifications>"));
+  ASSERT_NE(notifications, nullptr);
+  EXPECT_EQ(notifications->first, nullptr);
 
   // Reading does not bound a member's queue.
   std::string document = "<PeerMember><Messages>";
