@@ -134,9 +134,8 @@ std::size_t read_child(const Schema<Record>& schema, const XmlNode& child, Recor
 template <typename Record>
 void read_fields(const Schema<Record>& schema, const XmlNode& element, Record& record) {
   std::size_t next_row = 0;
-  for (const XmlChild* child = xml_node_children(element).first; child != nullptr;
-       child = child->next) {
-    next_row = read_child(schema, child->item, record, next_row);
+  for (const XmlNode& child : xml_node_children(element)) {
+    next_row = read_child(schema, child, record, next_row);
   }
 }
 

@@ -223,14 +223,6 @@ std::string list_text(const List<std::unique_ptr<Item>>& list, std::string_view 
   return text;
 }
 
-template <typename Visit>
-void for_each_child(const XmlNode& element, Visit visit) {
-  for (const XmlChild* child = xml_node_children(element).first; child != nullptr;
-       child = child->next) {
-    visit(child->item);
-  }
-}
-
 // Parses `text`, reads its root with `read` and frees the tree; null when it does not parse.
 template <typename Read>
 auto parse_with(std::string_view text, Read read) -> decltype(read(std::declval<XmlNode&>())) {
@@ -288,8 +280,9 @@ void accessor_read(const XmlNode& element, AccessorList& list) {
 }
 
 void access_list_read(const XmlNode& element, AccessList& access_list) {
-  for_each_child(element,
-                 [&](const XmlNode& child) { accessor_read(child, access_list.accessors); });
+  for (const XmlNode& child : xml_node_children(element)) {
+    accessor_read(child, access_list.accessors);
+  }
 }
 
 void share_read(const XmlNode& element, ShareList& list) {
@@ -299,7 +292,7 @@ void share_read(const XmlNode& element, ShareList& list) {
 }
 
 void share_list_read(const XmlNode& element, ShareList& list) {
-  for_each_child(element, [&](const XmlNode& child) { share_read(child, list); });
+  for (const XmlNode& child : xml_node_children(element)) share_read(child, list);
 }
 
 // A value counts only after a Type child of 7, and the record starts from the kind-7
@@ -308,7 +301,7 @@ void notification_read(const XmlNode& element, NotificationList& list) {
   if (xml_node_name(element) != "Notification") return;
   int type = -1;
   std::unique_ptr<Notification> current;
-  for_each_child(element, [&](const XmlNode& child) {
+  for (const XmlNode& child : xml_node_children(element)) {
     if (xml_node_name(child) == "Type") {
       type = xml_text_int(child);
       if (type == NOTIFICATION_TYPE_MEMBER) {
@@ -317,23 +310,23 @@ void notification_read(const XmlNode& element, NotificationList& list) {
     } else if (current && type == NOTIFICATION_TYPE_MEMBER) {
       schema::read_child(kNotification, child, *current);
     }
-  });
+  }
   if (current) list_append(list, std::move(current));
 }
 
 std::unique_ptr<NotificationList> notification_list_from_xml(const XmlNode& element) {
   auto list = list_create<std::unique_ptr<Notification>>();
   if (xml_node_name(element) != "Notifications") return list;
-  for_each_child(element, [&](const XmlNode& child) { notification_read(child, *list); });
+  for (const XmlNode& child : xml_node_children(element)) notification_read(child, *list);
   return list;
 }
 
 void string_list_read(const XmlNode& element, std::string_view list_name,
                       std::string_view item_name, TextList& list) {
   if (xml_node_name(element) != list_name) return;
-  for_each_child(element, [&](const XmlNode& child) {
+  for (const XmlNode& child : xml_node_children(element)) {
     if (xml_node_name(child) == item_name) list_append(list, xml_text_dup(child));
-  });
+  }
 }
 
 std::unique_ptr<PeerMember> peer_member_from_xml(const XmlNode& element, PeerNetwork* network) {
@@ -342,11 +335,11 @@ std::unique_ptr<PeerMember> peer_member_from_xml(const XmlNode& element, PeerNet
 
 void peer_member_list_read(const XmlNode& element, PeerNetwork& network) {
   if (xml_node_name(element) != "PeerMembers") return;
-  for_each_child(element, [&](const XmlNode& child) {
+  for (const XmlNode& child : xml_node_children(element)) {
     if (xml_node_name(child) == "PeerMember") {
       list_append(network.peer_members, peer_member_from_xml(child, &network));
     }
-  });
+  }
 }
 
 std::unique_ptr<PeerNetwork> peer_network_from_xml(const XmlNode& element) {
@@ -356,8 +349,9 @@ std::unique_ptr<PeerNetwork> peer_network_from_xml(const XmlNode& element) {
 std::unique_ptr<PeerNetworkList> peer_network_list_from_xml(const XmlNode& element) {
   if (xml_node_name(element) != "PeerNetworks") return nullptr;
   auto list = list_create<std::unique_ptr<PeerNetwork>>();
-  for_each_child(element,
-                 [&](const XmlNode& child) { list_append(*list, peer_network_from_xml(child)); });
+  for (const XmlNode& child : xml_node_children(element)) {
+    list_append(*list, peer_network_from_xml(child));
+  }
   return list;
 }
 
