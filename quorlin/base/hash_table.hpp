@@ -15,6 +15,7 @@
 #ifndef QUORLIN_BASE_HASH_TABLE_HPP
 #define QUORLIN_BASE_HASH_TABLE_HPP
 
+#include "quorlin/base/api.hpp"
 #include <cstdint>
 #include <cstdlib>
 #include <memory>
@@ -48,7 +49,7 @@ struct HashSlot {
   }
 };
 
-struct HashTable {
+struct QUORLIN_API HashTable {
   struct FreeSlots {
     void operator()(HashSlot* slots) const { std::free(slots); }
   };
@@ -72,24 +73,24 @@ struct HashTable {
 };
 
 // The bucket count of each size step.
-std::uint32_t hash_table_prime(int size_step);
+QUORLIN_API std::uint32_t hash_table_prime(int size_step);
 
 // djb2 over the key's bytes, taken unsigned, with 0 replaced by 1.
-std::uint32_t hash_string(std::string_view key);
+QUORLIN_API std::uint32_t hash_string(std::string_view key);
 
 // A table sized for `expected` entries at the load limit; null when the buckets cannot be had.
-std::unique_ptr<HashTable> hash_table_create(std::uint32_t expected);
+QUORLIN_API std::unique_ptr<HashTable> hash_table_create(std::uint32_t expected);
 
 // Stores a copy of `key` with `value`. Returns 0; HASH_TABLE_NO_ROOM when the table must grow
 // and cannot; HASH_TABLE_BAD_KEY for a null or empty key, in which case the lock stays held
 // by the calling thread (it may go on using the table; other threads wait).
-int hash_table_insert(HashTable& table, const char* key, HashValue value);
+QUORLIN_API int hash_table_insert(HashTable& table, const char* key, HashValue value);
 
 // The value stored for `key`, or 0.
-HashValue hash_table_lookup(HashTable& table, std::string_view key);
+QUORLIN_API HashValue hash_table_lookup(HashTable& table, std::string_view key);
 
 // Removes the first entry for `key` and returns its value, or 0 when there is none.
-HashValue hash_table_remove(HashTable& table, std::string_view key);
+QUORLIN_API HashValue hash_table_remove(HashTable& table, std::string_view key);
 
 }  // namespace quorlin
 

@@ -14,6 +14,7 @@
 #ifndef QUORLIN_BASE_LOG_HPP
 #define QUORLIN_BASE_LOG_HPP
 
+#include "quorlin/base/api.hpp"
 #include <cstdarg>
 #include <string_view>
 
@@ -28,37 +29,37 @@ inline constexpr char LOG_SETTING_NOT_A_STRING[] = "not a string setting";
 // "log_file_name": frees the old name, stores a copy of `value` (null clears it) and returns
 // the stored copy (null when cleared); the open file is not changed until it is next opened.
 // Any other key changes nothing and returns LOG_SETTING_NOT_A_STRING.
-const char* log_set_string(std::string_view key, const char* value);
+QUORLIN_API const char* log_set_string(std::string_view key, const char* value);
 
 // "log_type", "log_entry_limit" or "log_entry_flush": stores `value` and returns 0. Any other
 // key changes nothing and returns 1.
-int log_set_int(std::string_view key, int value);
+QUORLIN_API int log_set_int(std::string_view key, int value);
 
 // Forgets the stored file name.
-void log_free_settings();
+QUORLIN_API void log_free_settings();
 
 // First call (or first after log_shutdown): opens the file when the type is file and a name is
 // set, and marks the log started. Further calls do nothing.
-void log_init();
+QUORLIN_API void log_init();
 
 // Opens the file when the type is file and a name is set.
-void log_open();
+QUORLIN_API void log_open();
 
 // Closes any open file and opens the named one, truncating it. Returns 0, or -1 when no name
 // is set or the file cannot be opened (the entry count is then unchanged).
-int log_open_file();
+QUORLIN_API int log_open_file();
 
-void log_close_file();
+QUORLIN_API void log_close_file();
 
 // Closes the file when the type is file.
-void log_close();
+QUORLIN_API void log_close();
 
 // When started: closes the file and marks the log not started. The file name is kept.
-void log_shutdown();
+QUORLIN_API void log_shutdown();
 
 // Writes one entry; safe from any thread.
-void log_printf(const char* format, ...) __attribute__((format(printf, 1, 2)));
-void log_vprintf(const char* format, va_list arguments) __attribute__((format(printf, 1, 0)));
+QUORLIN_API void log_printf(const char* format, ...) __attribute__((format(printf, 1, 2)));
+QUORLIN_API void log_vprintf(const char* format, va_list arguments) __attribute__((format(printf, 1, 0)));
 
 }  // namespace quorlin
 

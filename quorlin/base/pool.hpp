@@ -12,6 +12,7 @@
 #ifndef QUORLIN_BASE_POOL_HPP
 #define QUORLIN_BASE_POOL_HPP
 
+#include "quorlin/base/api.hpp"
 #include <cstddef>
 
 namespace quorlin {
@@ -22,10 +23,10 @@ inline constexpr std::size_t kPoolLargest = 1024;
 
 // Storage for an object of `size` bytes (at most kPoolLargest), aligned for any type; throws
 // std::bad_alloc when the heap has no chunk to give.
-void* pool_allocate(std::size_t size);
+QUORLIN_API void* pool_allocate(std::size_t size);
 
 // Frees an object from pool_allocate; null does nothing. Safe from any thread.
-void pool_free(void* memory) noexcept;
+QUORLIN_API void pool_free(void* memory) noexcept;
 
 }  // namespace quorlin
 

@@ -10,6 +10,7 @@
 #ifndef QUORLIN_BASE_URL_HPP
 #define QUORLIN_BASE_URL_HPP
 
+#include "quorlin/base/api.hpp"
 #include <cstddef>
 #include <string>
 #include <string_view>
@@ -21,22 +22,22 @@ namespace quorlin {
 // position still advances by three.
 inline constexpr char URL_DECODE_BAD_ESCAPE = '%';
 
-bool is_ascii_alnum(unsigned char byte);
-bool url_is_unreserved(unsigned char byte);
+QUORLIN_API bool is_ascii_alnum(unsigned char byte);
+QUORLIN_API bool url_is_unreserved(unsigned char byte);
 
 // Three bytes per input byte, no room for the terminator; 0 for null.
-std::size_t url_encoded_size(const char* text);
+QUORLIN_API std::size_t url_encoded_size(const char* text);
 
 // Writes the encoding of one byte at out[position] (1 or 3 bytes, followed by NUL bytes up to
 // four in all) and advances position by 1 or 3. `out` must have room for position + 4 bytes.
-void url_encode_char(unsigned char byte, char* out, std::size_t& position);
+QUORLIN_API void url_encode_char(unsigned char byte, char* out, std::size_t& position);
 
 // Decodes the byte at `position` of `text` and advances position by 1 or 3 ("%" always takes
 // three, fewer only when the text ends first).
-char url_decode_char(std::string_view text, std::size_t& position);
+QUORLIN_API char url_decode_char(std::string_view text, std::size_t& position);
 
-std::string url_encode(std::string_view text);
-std::string url_decode(std::string_view text);
+QUORLIN_API std::string url_encode(std::string_view text);
+QUORLIN_API std::string url_decode(std::string_view text);
 
 }  // namespace quorlin
 

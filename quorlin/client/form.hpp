@@ -8,6 +8,7 @@
 #ifndef QUORLIN_CLIENT_FORM_HPP
 #define QUORLIN_CLIENT_FORM_HPP
 
+#include "quorlin/base/api.hpp"
 #include <memory>
 #include <optional>
 #include <string>
@@ -29,27 +30,27 @@ struct FormField {
 using FormFields = List<std::unique_ptr<FormField>>;
 
 // An empty Form with room for `capacity` characters reserved.
-std::unique_ptr<Form> form_create(std::size_t capacity);
+QUORLIN_API std::unique_ptr<Form> form_create(std::size_t capacity);
 
 // Appends "&" (unless the text is empty), the encoded name, "=" and the encoded value.
-void form_add_field(Form& form, std::string_view name, std::string_view value);
-void form_add_int(Form& form, std::string_view name, int value);    // "%d"
-void form_add_long(Form& form, std::string_view name, long value);  // "%ld"
+QUORLIN_API void form_add_field(Form& form, std::string_view name, std::string_view value);
+QUORLIN_API void form_add_int(Form& form, std::string_view name, int value);    // "%d"
+QUORLIN_API void form_add_long(Form& form, std::string_view name, long value);  // "%ld"
 
 // Sends `text` followed by CR LF in one send_all; returns the bytes sent.
-long form_send(Connection connection, std::string_view text);
+QUORLIN_API long form_send(Connection connection, std::string_view text);
 
 // Reads one line: up to LF (consumed, not stored), CR bytes dropped. Bytes after the LF stay
 // unread on the Connection. `status`: 1 when LF ended the line, 0 when the peer closed first,
 // negative on an error or, with a time-out in milliseconds (-1 waits without limit), when the
 // peer stayed silent for it. The text gathered so far is returned in every case.
-std::string read_line(Connection connection, int timeout_ms, int& status);
-std::string read_reply_line(Connection connection, int& status);
+QUORLIN_API std::string read_line(Connection connection, int timeout_ms, int& status);
+QUORLIN_API std::string read_reply_line(Connection connection, int& status);
 
 // A line received whole, in storage of its own: while small on the heap, then in an anonymous
 // mapping that grows in place (mremap), so that a reply of many megabytes is received straight
 // into the memory its reader parses, without a copy as it grows or a second copy for the reader.
-class ReceivedLine {
+class QUORLIN_API ReceivedLine {
  public:
   ReceivedLine() = default;
   ReceivedLine(ReceivedLine&& other) noexcept;
@@ -71,28 +72,28 @@ class ReceivedLine {
 };
 
 // read_line's reading, with the line left in a ReceivedLine.
-ReceivedLine receive_line(Connection connection, int timeout_ms, int& status);
+QUORLIN_API ReceivedLine receive_line(Connection connection, int timeout_ms, int& status);
 
 // The same extraction from memory: the line at the start of `text`; `next` becomes the index
 // after the LF, or -1 when the text ends without one.
-std::string text_line(std::string_view text, long& next);
+QUORLIN_API std::string text_line(std::string_view text, long& next);
 
 // One datagram as text (at most 2999 bytes); `status` is the bytes received, or negative.
-std::string read_datagram_text(int descriptor, int timeout_ms, int& status);
+QUORLIN_API std::string read_datagram_text(int descriptor, int timeout_ms, int& status);
 
 // Counts the characters from `start` up to `delimiter` (stop 0) or CR, LF or the end (stop 1).
-long scan_field(std::string_view text, long length, long start, char delimiter, int& stop);
-long scan_field(std::string_view text, long start, char delimiter, int& stop);
+QUORLIN_API long scan_field(std::string_view text, long length, long start, char delimiter, int& stop);
+QUORLIN_API long scan_field(std::string_view text, long start, char delimiter, int& stop);
 
 // Appends the decoded fields of `text` (up to its first NUL) to `fields`; a fragment without
 // "=" ends the parsing.
-void form_parse(FormFields& fields, std::string_view text);
+QUORLIN_API void form_parse(FormFields& fields, std::string_view text);
 
 // The value of the first field named `name` exactly, borrowed from the List; std::nullopt when
 // no field has that name.
-std::optional<std::string_view> form_get(const FormFields& fields, std::string_view name);
+QUORLIN_API std::optional<std::string_view> form_get(const FormFields& fields, std::string_view name);
 
-void form_fields_clear(FormFields& fields);
+QUORLIN_API void form_fields_clear(FormFields& fields);
 
 }  // namespace quorlin
 

@@ -9,6 +9,7 @@
 #ifndef QUORLIN_CLIENT_HTTP_HPP
 #define QUORLIN_CLIENT_HTTP_HPP
 
+#include "quorlin/base/api.hpp"
 #include <memory>
 #include <optional>
 #include <string>
@@ -23,27 +24,27 @@ inline constexpr int HTTP_MODE_DATAGRAM = 1;
 
 // The request text: request line, Host, User-Agent, Content-type and Content-Length headers, an
 // empty line, then the body with no line end after it.
-std::string http_request_text(std::string_view host, std::string_view path, std::string_view body);
+QUORLIN_API std::string http_request_text(std::string_view host, std::string_view path, std::string_view body);
 
-int http_exchange(int connection, int mode, std::string_view host, std::string_view path,
+QUORLIN_API int http_exchange(int connection, int mode, std::string_view host, std::string_view path,
                   std::string_view body, const char* peer_address, int peer_port, int timeout_ms,
                   std::unique_ptr<FormFields>* headers, std::string* reply_body);
 
-int http_post(Connection connection, std::string_view host, std::string_view path,
+QUORLIN_API int http_post(Connection connection, std::string_view host, std::string_view path,
               std::string_view body, int timeout_ms, std::unique_ptr<FormFields>* headers,
               std::string* reply_body);
 
 // One datagram out to peer_address:peer_port, one back (at most 2999 bytes); no headers are read.
-int http_post_datagram(int descriptor, std::string_view host, std::string_view path,
+QUORLIN_API int http_post_datagram(int descriptor, std::string_view host, std::string_view path,
                        std::string_view body, const char* peer_address, int peer_port,
                        int timeout_ms, std::unique_ptr<FormFields>* headers,
                        std::string* reply_body);
 
 // Drops lines up to an empty one, or until the peer closes or fails.
-void skip_header_lines(Connection connection);
+QUORLIN_API void skip_header_lines(Connection connection);
 
 // The text after the first empty line ended by LF, or null when the text ends first.
-std::optional<std::string_view> skip_text_header_lines(std::string_view text);
+QUORLIN_API std::optional<std::string_view> skip_text_header_lines(std::string_view text);
 
 }  // namespace quorlin
 

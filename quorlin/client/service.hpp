@@ -11,6 +11,7 @@
 #ifndef QUORLIN_CLIENT_SERVICE_HPP
 #define QUORLIN_CLIENT_SERVICE_HPP
 
+#include "quorlin/base/api.hpp"
 #include <functional>
 #include <memory>
 #include <span>
@@ -46,38 +47,38 @@ enum ServiceCode : int {
 };
 
 // A Connection to the service, or -1.
-Connection connect_to_service();
-int close_service_connection(Connection connection);
+QUORLIN_API Connection connect_to_service();
+QUORLIN_API int close_service_connection(Connection connection);
 
-std::unique_ptr<ServiceState> get_service_state(int type);
-int set_service_type(int type);
-std::unique_ptr<PeerNetworkList> get_networks(int type);
+QUORLIN_API std::unique_ptr<ServiceState> get_service_state(int type);
+QUORLIN_API int set_service_type(int type);
+QUORLIN_API std::unique_ptr<PeerNetworkList> get_networks(int type);
 
 // The same call without the List: each network goes to `each` as soon as it is read from the
 // reply (null for an entry that is not a network), and none is kept. Returns false where
 // get_networks returns null; networks handed over before that belonged to no list.
-bool get_networks_each(int type,
+QUORLIN_API bool get_networks_each(int type,
                        const std::function<void(std::unique_ptr<PeerNetwork> network)>& each);
 // The service's new network (its id and name), or null. The name and members are only read.
-std::unique_ptr<PeerNetwork> add_network(OptionalText name, const TextList& members, int type,
+QUORLIN_API std::unique_ptr<PeerNetwork> add_network(OptionalText name, const TextList& members, int type,
                                          int connection_type);
-std::unique_ptr<PeerMember> invite_member(long network, std::string_view email);
-int drop_network(long network);
+QUORLIN_API std::unique_ptr<PeerMember> invite_member(long network, std::string_view email);
+QUORLIN_API int drop_network(long network);
 // On a retval of 0 or more whose second line holds a PeerConnectionInfo, that record is copied
 // into `info`; otherwise `info` is untouched.
-int get_connection_info(long network, std::string_view peer, PeerConnectionInfo& info);
-int post_network_peer(long network, std::string_view peer);
+QUORLIN_API int get_connection_info(long network, std::string_view peer, PeerConnectionInfo& info);
+QUORLIN_API int post_network_peer(long network, std::string_view peer);
 // "p2pnet_local_ip" copied into `buffer` only for a retval of 0 or more.
-int get_local_ip(std::span<char> buffer);
+QUORLIN_API int get_local_ip(std::span<char> buffer);
 // "p2pnet_peer_ip" copied into `buffer` only for a retval of 0 or more.
-int get_peer_ip(long network, std::string_view peer, std::span<char> buffer);
-int send_chat_message(long network, std::string_view peer, std::string_view message);
+QUORLIN_API int get_peer_ip(long network, std::string_view peer, std::span<char> buffer);
+QUORLIN_API int send_chat_message(long network, std::string_view peer, std::string_view message);
 // "p2pnet_chat_mesg" copied into `buffer` whenever the reply has a retval, whatever its sign.
-int receive_chat_message(long network, std::string_view peer, std::span<char> buffer);
-std::unique_ptr<NotificationList> get_notifications(int type);
+QUORLIN_API int receive_chat_message(long network, std::string_view peer, std::span<char> buffer);
+QUORLIN_API std::unique_ptr<NotificationList> get_notifications(int type);
 // Always 0, also when the service cannot be reached.
-int set_shares(long network, int share_type, const ShareList& shares);
-int set_connection_type(int type, int connection_type);
+QUORLIN_API int set_shares(long network, int share_type, const ShareList& shares);
+QUORLIN_API int set_connection_type(int type, int connection_type);
 
 }  // namespace quorlin
 

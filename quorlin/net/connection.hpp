@@ -10,6 +10,7 @@
 #ifndef QUORLIN_NET_CONNECTION_HPP
 #define QUORLIN_NET_CONNECTION_HPP
 
+#include "quorlin/base/api.hpp"
 #include <netinet/in.h>
 #include <sys/socket.h>
 
@@ -29,42 +30,42 @@ inline constexpr int RECV_TIMED_OUT = -2;
 
 // The IPv4 socket address of `host` (dotted, as inet_addr reads it; null for any address) and
 // the low 16 bits of `port`.
-sockaddr_in ipv4_socket_address(const char* host, int port);
+QUORLIN_API sockaddr_in ipv4_socket_address(const char* host, int port);
 
 // A new socket (stream, or datagram when `datagram`), bound to address:port when port is not 0.
 // -1 after perror "Cannot create socket"; -2 after perror "Bind error" (the socket closed).
-int socket_open(const char* address, int port, bool datagram);
-int socket_open_any(int port, bool datagram);
-int socket_open_stream(int port);
+QUORLIN_API int socket_open(const char* address, int port, bool datagram);
+QUORLIN_API int socket_open_any(int port, bool datagram);
+QUORLIN_API int socket_open_stream(int port);
 
 // Connects `descriptor` to host:port; a stream socket goes through the proxy tunnel when
 // `proxy_allowed` and the proxy is enabled (its result returned as it is). 0 or -1 (the
 // descriptor stays open on a direct failure).
-int socket_connect(int descriptor, const char* host, int port, bool datagram, bool proxy_allowed);
-int socket_connect(int descriptor, const char* host, int port, bool datagram);
+QUORLIN_API int socket_connect(int descriptor, const char* host, int port, bool datagram, bool proxy_allowed);
+QUORLIN_API int socket_connect(int descriptor, const char* host, int port, bool datagram);
 
 // Opens a connection from `source_port` (0: the system picks it, no bind) to host:port.
 // -1 when no socket could be made or bound; -2 when connecting failed (the socket closed).
-Connection connection_open_ex(int source_port, const char* host, int port, int time_to_live,
+QUORLIN_API Connection connection_open_ex(int source_port, const char* host, int port, int time_to_live,
                               bool datagram, bool proxy_allowed = true, bool keep_alive = false);
-Connection connection_open_datagram(int source_port, const char* host, int port, bool datagram);
-Connection connection_open_keepalive(int source_port, const char* host, int port, bool datagram,
+QUORLIN_API Connection connection_open_datagram(int source_port, const char* host, int port, bool datagram);
+QUORLIN_API Connection connection_open_keepalive(int source_port, const char* host, int port, bool datagram,
                                      bool keep_alive);
 // A stream connection, proxy allowed, no time-to-live change, no keep-alive.
-Connection connection_open(int source_port, const char* host, int port);
+QUORLIN_API Connection connection_open(int source_port, const char* host, int port);
 
 // Shuts down both directions and closes; returns close's result.
-int connection_close(Connection connection);
+QUORLIN_API int connection_close(Connection connection);
 
-int socket_listen(int descriptor, int backlog = 1);
+QUORLIN_API int socket_listen(int descriptor, int backlog = 1);
 // socket_open, then listen when it is a stream socket. The descriptor or socket_open's error.
-int server_socket_open(const char* address, int port, bool datagram, int backlog);
-int server_socket_open(int port, bool datagram = false, int backlog = 1);
+QUORLIN_API int server_socket_open(const char* address, int port, bool datagram, int backlog);
+QUORLIN_API int server_socket_open(int port, bool datagram = false, int backlog = 1);
 
 // Sends until everything is sent or a send returns less than 1; returns the bytes sent.
-long send_all(Connection connection, const void* bytes, long length);
+QUORLIN_API long send_all(Connection connection, const void* bytes, long length);
 // One sendto (to `destination` when given) or send; its result.
-long send_datagram(int descriptor, const void* bytes, long length, const sockaddr* destination,
+QUORLIN_API long send_datagram(int descriptor, const void* bytes, long length, const sockaddr* destination,
                    socklen_t destination_length);
 
 // Receives `length` bytes and returns how many arrived; `status` is 1 when all arrived, 0 or -1
@@ -73,21 +74,21 @@ long send_datagram(int descriptor, const void* bytes, long length, const sockadd
 // count (grown by the step every pass) is not above the time-out, and every recv writes at the
 // start of the buffer, so a reply in pieces leaves its last piece there. A negative time-out
 // other than -1 polls nothing. A length of 0 does nothing and leaves status 0.
-long recv_exact(Connection connection, void* buffer, long length, int timeout_ms, int& status);
-long recv_exact_nostatus(Connection connection, void* buffer, long length,
+QUORLIN_API long recv_exact(Connection connection, void* buffer, long length, int timeout_ms, int& status);
+QUORLIN_API long recv_exact_nostatus(Connection connection, void* buffer, long length,
                          int timeout_ms = NO_TIMEOUT);
 
-std::unique_ptr<char[]> recv_buffer_new(std::size_t size);
+QUORLIN_API std::unique_ptr<char[]> recv_buffer_new(std::size_t size);
 
 // One recvfrom of up to DATAGRAM_BUFFER_SIZE bytes into a new unterminated buffer; `length` is
 // its result (-1 on error). With a time-out, polls in 10 ms steps first; `length` is 0 when
 // nothing became readable.
-std::unique_ptr<char[]> recv_datagram(int descriptor, long& length, sockaddr* source,
+QUORLIN_API std::unique_ptr<char[]> recv_datagram(int descriptor, long& length, sockaddr* source,
                                       socklen_t* source_length, int timeout_ms);
-std::unique_ptr<char[]> recv_datagram(int descriptor, long& length, sockaddr* source,
+QUORLIN_API std::unique_ptr<char[]> recv_datagram(int descriptor, long& length, sockaddr* source,
                                       socklen_t* source_length);
-std::unique_ptr<char[]> recv_datagram(int descriptor, long& length, int timeout_ms);
-std::unique_ptr<char[]> recv_datagram(int descriptor, long& length);
+QUORLIN_API std::unique_ptr<char[]> recv_datagram(int descriptor, long& length, int timeout_ms);
+QUORLIN_API std::unique_ptr<char[]> recv_datagram(int descriptor, long& length);
 
 }  // namespace quorlin
 

@@ -8,6 +8,7 @@
 #ifndef QUORLIN_NET_PROXY_HPP
 #define QUORLIN_NET_PROXY_HPP
 
+#include "quorlin/base/api.hpp"
 #include <cstddef>
 #include <memory>
 #include <optional>
@@ -31,7 +32,7 @@ struct ProxySettings {
   int debug = 0;
 };
 
-std::unique_ptr<ProxySettings> proxy_settings_new();
+QUORLIN_API std::unique_ptr<ProxySettings> proxy_settings_new();
 
 // The smaller proxy record: the settings without the debug flag, as a value that owns its
 // texts (std::nullopt for an absent one); copying it copies them.
@@ -46,34 +47,34 @@ struct ProxyInfo {
 };
 
 // Fills `info` with the type and port and copies of the three texts; a null text is absent.
-void proxy_info_fill(ProxyInfo& info, unsigned type, const char* host, int port, const char* user,
+QUORLIN_API void proxy_info_fill(ProxyInfo& info, unsigned type, const char* host, int port, const char* user,
                      const char* password);
 // Makes `target` a deep copy of `source`.
-void proxy_info_copy(ProxyInfo& target, const ProxyInfo& source);
+QUORLIN_API void proxy_info_copy(ProxyInfo& target, const ProxyInfo& source);
 // Frees the three texts; the type and port stay.
-void proxy_info_clear(ProxyInfo& info);
+QUORLIN_API void proxy_info_clear(ProxyInfo& info);
 // The settings' proxy as the smaller record.
-ProxyInfo proxy_settings_info(const ProxySettings& settings);
+QUORLIN_API ProxyInfo proxy_settings_info(const ProxySettings& settings);
 
 // "proxy_type" (above 4, compared unsigned, stores 0), "proxy_port", "proxy_debug" (stored as
 // value != 0): returns 1. Any other key changes nothing and returns 0.
-int proxy_settings_set_int(ProxySettings& settings, std::string_view key, int value);
+QUORLIN_API int proxy_settings_set_int(ProxySettings& settings, std::string_view key, int value);
 
 // "proxy_host", "proxy_user", "proxy_password": replaces the text with a copy; returns 1.
 // Any other key changes nothing and returns 0.
-int proxy_settings_set_text(ProxySettings& settings, std::string_view key, std::string_view text);
+QUORLIN_API int proxy_settings_set_text(ProxySettings& settings, std::string_view key, std::string_view text);
 
 // Connects to the proxy (on `existing` when it is not 0, else on a new socket bound to
 // `source_port` when that is not 0) and negotiates a tunnel to host:port. Returns the
 // connected descriptor, or -1 with the descriptor closed.
-int proxy_connect(const ProxySettings& settings, int existing, int source_port, const char* host,
+QUORLIN_API int proxy_connect(const ProxySettings& settings, int existing, int source_port, const char* host,
                   int port);
-int proxy_connect(const ProxySettings& settings, int source_port, const char* host, int port);
+QUORLIN_API int proxy_connect(const ProxySettings& settings, int source_port, const char* host, int port);
 
 // Send or receive exactly `size` bytes. Return size, or -1 (a send error; a receive error or
 // the peer closing). Both abort the process when `buffer` is null or `size` is negative.
-long atomic_out(int descriptor, const void* buffer, long size);
-long atomic_in(int descriptor, void* buffer, long size);
+QUORLIN_API long atomic_out(int descriptor, const void* buffer, long size);
+QUORLIN_API long atomic_in(int descriptor, void* buffer, long size);
 
 }  // namespace quorlin
 

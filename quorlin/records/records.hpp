@@ -14,6 +14,7 @@
 #ifndef QUORLIN_RECORDS_RECORDS_HPP
 #define QUORLIN_RECORDS_RECORDS_HPP
 
+#include "quorlin/base/api.hpp"
 #include <algorithm>
 #include <memory>
 #include <mutex>
@@ -138,56 +139,56 @@ struct AddNetworkRequest {
 
 // --- networks and members ---
 
-std::unique_ptr<PeerNetwork> peer_network_new();
+QUORLIN_API std::unique_ptr<PeerNetwork> peer_network_new();
 
 // `network` may be null; the member never frees it.
-std::unique_ptr<PeerMember> peer_member_new(PeerNetwork* network);
+QUORLIN_API std::unique_ptr<PeerMember> peer_member_new(PeerNetwork* network);
 
-bool peer_member_is_connected(const PeerMember& member);
+QUORLIN_API bool peer_member_is_connected(const PeerMember& member);
 
 // Appends a copy of `text`; when MAX_QUEUED_MESSAGES or more are queued the oldest is dropped
 // first, all under the Messages List's lock. Safe from several threads.
-void peer_member_push_message(PeerMember& member, OptionalText text);
+QUORLIN_API void peer_member_push_message(PeerMember& member, OptionalText text);
 
 // Removes and returns the oldest text; null when the queue is empty (or the item was null).
-Text peer_member_pop_message(PeerMember& member);
+QUORLIN_API Text peer_member_pop_message(PeerMember& member);
 
 // Empties the queue under its lock.
-void peer_member_clear_messages(PeerMember& member);
+QUORLIN_API void peer_member_clear_messages(PeerMember& member);
 
 // --- shares ---
 
 // Sets name (copied, null stays null) and type and gives the share a new empty AccessList;
 // returns that List. The path is not touched.
-AccessorList& share_init(Share& share, OptionalText name, int type);
+QUORLIN_API AccessorList& share_init(Share& share, OptionalText name, int type);
 
-std::unique_ptr<Share> share_new(OptionalText name, int type);
-std::unique_ptr<Share> folder_share_new(OptionalText name, OptionalText path);
-std::unique_ptr<Share> connection_share_new();
+QUORLIN_API std::unique_ptr<Share> share_new(OptionalText name, int type);
+QUORLIN_API std::unique_ptr<Share> folder_share_new(OptionalText name, OptionalText path);
+QUORLIN_API std::unique_ptr<Share> connection_share_new();
 
 // The share takes the accessor.
-void share_add_accessor(Share& share, std::unique_ptr<Accessor> accessor);
+QUORLIN_API void share_add_accessor(Share& share, std::unique_ptr<Accessor> accessor);
 
 // Frees every share and empties the List; null does nothing.
-void share_list_clear(ShareList* list);
+QUORLIN_API void share_list_clear(ShareList* list);
 
-std::unique_ptr<AccessList> access_list_new();
+QUORLIN_API std::unique_ptr<AccessList> access_list_new();
 
 // --- notifications ---
 
-void notification_set_kind(Notification& notification, int type, OptionalText text);
+QUORLIN_API void notification_set_kind(Notification& notification, int type, OptionalText text);
 
 // Each returns null, allocating nothing, when a text it needs is null.
-std::unique_ptr<Notification> notification_new_kind7(OptionalText username, OptionalText member,
+QUORLIN_API std::unique_ptr<Notification> notification_new_kind7(OptionalText username, OptionalText member,
                                                      OptionalText prev_member);
-std::unique_ptr<Notification> notification_new_kind4(OptionalText text, int number);
-std::unique_ptr<Notification> notification_new_kind2(OptionalText text, OptionalText text2,
+QUORLIN_API std::unique_ptr<Notification> notification_new_kind4(OptionalText text, int number);
+QUORLIN_API std::unique_ptr<Notification> notification_new_kind2(OptionalText text, OptionalText text2,
                                                      int number);
 
 // --- service state, connection facts, network requests ---
 
-std::unique_ptr<ServiceState> service_state_new();
-std::unique_ptr<PeerConnectionInfo> peer_connection_info_new();  // zero-filled
+QUORLIN_API std::unique_ptr<ServiceState> service_state_new();
+QUORLIN_API std::unique_ptr<PeerConnectionInfo> peer_connection_info_new();  // zero-filled
 
 // Copies `text` into a fixed field, cut to leave room for the NUL; null leaves it empty.
 template <std::size_t N>
@@ -197,10 +198,10 @@ void copy_fixed_text(char (&field)[N], OptionalText text) {
   field[length] = '\0';
 }
 
-std::unique_ptr<AddNetworkRequest> add_network_request_empty();
+QUORLIN_API std::unique_ptr<AddNetworkRequest> add_network_request_empty();
 
 // Stores `name` and `members` as given, without copying.
-std::unique_ptr<AddNetworkRequest> add_network_request_new(Text name,
+QUORLIN_API std::unique_ptr<AddNetworkRequest> add_network_request_new(Text name,
                                                            std::unique_ptr<TextList> members,
                                                            int type, int connection_type);
 

@@ -19,6 +19,7 @@
 #ifndef QUORLIN_XML_XML_NODE_HPP
 #define QUORLIN_XML_XML_NODE_HPP
 
+#include "quorlin/base/api.hpp"
 #include <cstddef>
 #include <memory>
 #include <new>
@@ -62,7 +63,7 @@ using XmlChildren = List<XmlNode, XmlArenaNodes>;  // each child lives inside it
 using XmlAttributes = List<XmlAttribute, XmlArenaNodes>;
 using XmlChild = ListNode<XmlNode>;
 
-class XmlNode {
+class QUORLIN_API XmlNode {
  public:
   explicit XmlNode(XmlNodeSeed seed) : name_(seed.name), document_(seed.document) {}
   XmlNode(const XmlNode&) = delete;
@@ -95,36 +96,36 @@ class XmlNode {
 };
 
 // A new tree of one element named `name`.
-std::unique_ptr<XmlNode> xml_node_new(std::string_view name);
+QUORLIN_API std::unique_ptr<XmlNode> xml_node_new(std::string_view name);
 
 // Adopts the tree `child` as the last child of `node` in constant time and returns the List
 // node that holds it; the child keeps its address, so a pointer kept to it stays valid.
-XmlChild* xml_node_add_child(XmlNode& node, std::unique_ptr<XmlNode> child);
+QUORLIN_API XmlChild* xml_node_add_child(XmlNode& node, std::unique_ptr<XmlNode> child);
 
 // Appends a new empty element named `name` to `parent` and returns it.
-XmlNode& xml_add_element(XmlNode& parent, std::string_view name);
+QUORLIN_API XmlNode& xml_add_element(XmlNode& parent, std::string_view name);
 
-std::string_view xml_node_name(const XmlNode& node);
+QUORLIN_API std::string_view xml_node_name(const XmlNode& node);
 
 // The children in document order; an empty List for a node without any.
-const XmlChildren& xml_node_children(const XmlNode& node);
+QUORLIN_API const XmlChildren& xml_node_children(const XmlNode& node);
 
 // The attributes in the order they were added; an empty List for a node without any.
-const XmlAttributes& xml_node_attributes(const XmlNode& node);
+QUORLIN_API const XmlAttributes& xml_node_attributes(const XmlNode& node);
 
 // Replaces the text with a copy of `text`, or clears it for std::nullopt; the old text's bytes
 // go back to the tree. `text` may be a view of this tree's own bytes, even of the node's text.
-void xml_node_set_text(XmlNode& node, std::optional<std::string_view> text);
+QUORLIN_API void xml_node_set_text(XmlNode& node, std::optional<std::string_view> text);
 
 // The text, borrowed from the node, or std::nullopt when none was set.
-std::optional<std::string_view> xml_node_text(const XmlNode& node);
+QUORLIN_API std::optional<std::string_view> xml_node_text(const XmlNode& node);
 
 // Appends an attribute holding copies of `name` and `value`; returns its List node.
-ListNode<XmlAttribute>* xml_node_add_attribute(XmlNode& node, std::string_view name,
+QUORLIN_API ListNode<XmlAttribute>* xml_node_add_attribute(XmlNode& node, std::string_view name,
                                                std::string_view value);
 
 // The value of the last attribute named `name` (case-sensitive), borrowed, or std::nullopt.
-std::optional<std::string_view> xml_node_attribute(const XmlNode& node, std::string_view name);
+QUORLIN_API std::optional<std::string_view> xml_node_attribute(const XmlNode& node, std::string_view name);
 
 }  // namespace quorlin
 

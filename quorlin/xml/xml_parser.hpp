@@ -19,6 +19,7 @@
 #ifndef QUORLIN_XML_XML_PARSER_HPP
 #define QUORLIN_XML_XML_PARSER_HPP
 
+#include "quorlin/base/api.hpp"
 #include <memory>
 #include <optional>
 #include <string>
@@ -30,16 +31,16 @@
 namespace quorlin {
 
 // The root of the first complete element of `text` (which ends at its first NUL), or null.
-std::unique_ptr<XmlNode> xml_parse(std::string_view text);
+QUORLIN_API std::unique_ptr<XmlNode> xml_parse(std::string_view text);
 
 // The same, for a text the tree may keep: the tree views `text` in place instead of copying it,
 // so that a large document is not held twice. The text is consumed whether or not it parses.
-std::unique_ptr<XmlNode> xml_parse_buffer(std::string&& text);
+QUORLIN_API std::unique_ptr<XmlNode> xml_parse_buffer(std::string&& text);
 
 // Parses the elements of text[start, end). With a parent, each element is appended to it and
 // null is returned; without one, the first element becomes the root that is returned and the
 // later ones its children.
-std::unique_ptr<XmlNode> xml_parse_element(XmlNode* parent, std::string_view text, long start,
+QUORLIN_API std::unique_ptr<XmlNode> xml_parse_element(XmlNode* parent, std::string_view text, long start,
                                            long end);
 
 // Where xml_parse_children hands each child.
@@ -54,7 +55,7 @@ struct XmlChildSink {
 // `text` and live only during the hand-over. Returns the root's name, a view of `text`, or
 // std::nullopt when the text has no complete root: the children handed over then belong to no
 // tree and are to be discarded.
-std::optional<std::string_view> xml_parse_children(std::string_view text, XmlChildSink sink);
+QUORLIN_API std::optional<std::string_view> xml_parse_children(std::string_view text, XmlChildSink sink);
 
 // The same with any callable taking (const XmlNode& root, const XmlNode& child).
 template <typename OnChild>
@@ -66,10 +67,10 @@ std::optional<std::string_view> xml_parse_children(std::string_view text, OnChil
 }
 
 // Splits text[start, end) into attributes at double quotes and adds them to `node`.
-void xml_parse_attributes(XmlNode& node, std::string_view text, long start, long end);
+QUORLIN_API void xml_parse_attributes(XmlNode& node, std::string_view text, long start, long end);
 
 // Adds the attribute name="value" of text[start, end) to `node`; nothing without an "=".
-void xml_parse_attribute(XmlNode& node, std::string_view text, long start, long end);
+QUORLIN_API void xml_parse_attribute(XmlNode& node, std::string_view text, long start, long end);
 
 }  // namespace quorlin
 

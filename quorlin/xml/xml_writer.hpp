@@ -7,6 +7,7 @@
 #ifndef QUORLIN_XML_XML_WRITER_HPP
 #define QUORLIN_XML_XML_WRITER_HPP
 
+#include "quorlin/base/api.hpp"
 #include <cstddef>
 #include <memory>
 #include <string>
@@ -26,17 +27,17 @@ struct TextBuffer {
 // Makes room for `extra` more bytes and the terminator, and returns the (possibly moved) text.
 // The first call allocates one empty block whatever `extra` is; later calls move the text to
 // ((length + extra) / 512 + 1) blocks when (length + extra) / 512 exceeds length / 512.
-char* text_buffer_reserve(TextBuffer& buffer, std::size_t extra);
+QUORLIN_API char* text_buffer_reserve(TextBuffer& buffer, std::size_t extra);
 
 // The whole tree as compact text.
-std::string xml_to_string(const XmlNode& root);
+QUORLIN_API std::string xml_to_string(const XmlNode& root);
 
 // Appends `node` and its subtree to `out`.
-void xml_write_node(const XmlNode& node, std::string& out);
+QUORLIN_API void xml_write_node(const XmlNode& node, std::string& out);
 
 // Writes the tree through log_printf, one entry per piece: "<name", each attribute, ">\n",
 // the children, the text, "</name>\n".
-void xml_node_dump(const XmlNode& node);
+QUORLIN_API void xml_node_dump(const XmlNode& node);
 
 }  // namespace quorlin
 
