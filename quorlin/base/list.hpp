@@ -1,26 +1,27 @@
-// List: a doubly linked list with its own recursive lock.
-//
-// Every collection of the library is a List. It is deliberately transparent: callers walk it
-// by reading `first` and following `next` themselves, without the lock, or with range-for and
-// the standard algorithms, which walk it the same way (a List is a forward range). Each locked
-// operation takes `lock` on entry and releases it on return; the lock is recursive so that
-// list_remove and list_clear can call list_find and list_remove_node, and so that a caller may hold
-// it around a sequence of operations.
-//
-// The List stores what it is given and compares items by identity. With a raw pointer item it
-// never touches the pointee, so users free their items before clearing or destroying the
-// List. With `std::unique_ptr<U>` items the item is freed together with its node, which is how
-// owning collections are written. A null item is stored like any other.
-//
-// There is no stored count: counting, finding and positional insertion walk the nodes.
-// Destroying a List (its destructor) frees the nodes without taking the lock, so the
-// destroying thread must be its last user. The lock's constructor plays the part of
-// recursive_mutex_init; a List on the heap uses a RecursiveLock, which is recursive as
-// std::recursive_mutex is but takes 16 bytes and no allocation.
-//
-// Nodes come from the pool (base/pool.hpp), so that a List built and freed whole costs no
-// malloc per node, unless the List is given other node storage: a tree that is freed as a whole
-// (an XML document) places its Lists' nodes in its own arena.
+/// @file
+/// List: a doubly linked list with its own recursive lock.
+///
+/// Every collection of the library is a List. It is deliberately transparent: callers walk it
+/// by reading `first` and following `next` themselves, without the lock, or with range-for and
+/// the standard algorithms, which walk it the same way (a List is a forward range). Each locked
+/// operation takes `lock` on entry and releases it on return; the lock is recursive so that
+/// list_remove and list_clear can call list_find and list_remove_node, and so that a caller may
+/// hold it around a sequence of operations.
+///
+/// The List stores what it is given and compares items by identity. With a raw pointer item it
+/// never touches the pointee, so users free their items before clearing or destroying the
+/// List. With `std::unique_ptr<U>` items the item is freed together with its node, which is how
+/// owning collections are written. A null item is stored like any other.
+///
+/// There is no stored count: counting, finding and positional insertion walk the nodes.
+/// Destroying a List (its destructor) frees the nodes without taking the lock, so the
+/// destroying thread must be its last user. The lock's constructor plays the part of
+/// recursive_mutex_init; a List on the heap uses a RecursiveLock, which is recursive as
+/// std::recursive_mutex is but takes 16 bytes and no allocation.
+///
+/// Nodes come from the pool (base/pool.hpp), so that a List built and freed whole costs no
+/// malloc per node, unless the List is given other node storage: a tree that is freed as a whole
+/// (an XML document) places its Lists' nodes in its own arena.
 #ifndef QUORLIN_BASE_LIST_HPP
 #define QUORLIN_BASE_LIST_HPP
 
@@ -45,8 +46,8 @@ struct ListNode {
   ListNode* next = nullptr;
 };
 
-// Iteration over the items, first to last. Like a walk along `first` and `next`, it takes no
-// lock: iterate a List that no other thread changes meanwhile, or hold its lock around the loop.
+/// Iteration over the items, first to last. Like a walk along `first` and `next`, it takes no
+/// lock: iterate a List that no other thread changes meanwhile, or hold its lock around the loop.
 template <typename T, bool Const>
 class ListIterator {
   using NodePointer = std::conditional_t<Const, const ListNode<T>*, ListNode<T>*>;
@@ -59,9 +60,13 @@ class ListIterator {
   using iterator_category = std::forward_iterator_tag;
 
   ListIterator() = default;
+  /// The position of `node`; null is the end.
   explicit ListIterator(NodePointer node) : node_(node) {}
+  /// A mutable position converts to a read-only one.
   operator ListIterator<T, true>() const { return ListIterator<T, true>(node_); }
 
+  ///@{
+  /// The forward-iterator operations: the item at this position, the next position, equality.
   reference operator*() const { return node_->item; }
   pointer operator->() const { return &node_->item; }
   ListIterator& operator++() {
@@ -74,21 +79,24 @@ class ListIterator {
     return before;
   }
   bool operator==(const ListIterator&) const = default;
+  ///@}
 
  private:
   NodePointer node_ = nullptr;
 };
 
-// Node storage: where a List's nodes live, and the kind of lock that goes with them. The
-// default takes small nodes from the pool.
+/// Node storage: where a List's nodes live, and the kind of lock that goes with them. The
+/// default takes small nodes from the pool.
 struct PoolNodes {
   using Lock = RecursiveLock;
 
+  /// Memory for one Node: from the pool when small enough, else from operator new.
   template <typename Node>
   void* allocate() {
     if constexpr (sizeof(Node) <= kPoolLargest) return pool_allocate(sizeof(Node));
     return ::operator new(sizeof(Node));
   }
+  /// Gives back memory that allocate<Node> returned.
   template <typename Node>
   void deallocate(void* memory) {
     if constexpr (sizeof(Node) <= kPoolLargest) return pool_free(memory);
@@ -108,14 +116,19 @@ struct List {
   [[no_unique_address]] Nodes nodes;
 
   List() = default;
+  /// An empty List whose nodes come from `node_storage`.
   explicit List(Nodes node_storage) : nodes(node_storage) {}
   List(const List&) = delete;
   List& operator=(const List&) = delete;
 
+  ///@{
+  /// The items first to last, for range-for and the standard algorithms; see ListIterator for
+  /// the lock.
   iterator begin() { return iterator(first); }
   iterator end() { return iterator(); }
   const_iterator begin() const { return const_iterator(first); }
   const_iterator end() const { return const_iterator(); }
+  ///@}
 
   ~List() {
     for (Node* node = first; node != nullptr;) {
@@ -127,7 +140,7 @@ struct List {
   }
 };
 
-// Builds a node from the List's storage; the storage gets its memory back if the item throws.
+/// Builds a node from the List's storage; the storage gets its memory back if the item throws.
 template <typename T, typename Nodes, typename U>
 ListNode<T>* list_new_node(List<T, Nodes>& list, std::type_identity_t<ListNode<T>*> previous,
                            U&& item, std::type_identity_t<ListNode<T>*> next) {
@@ -140,28 +153,29 @@ ListNode<T>* list_new_node(List<T, Nodes>& list, std::type_identity_t<ListNode<T
   }
 }
 
-// The identity by which list_find and list_remove compare items: the pointer itself, or the
-// owned pointer of a unique_ptr item.
+/// The identity by which list_find and list_remove compare items: the pointer itself, or the
+/// owned pointer of a unique_ptr item.
 template <typename T>
 struct ListItemIdentity {
   using Key = T;
-  static const T& of(const T& item) { return item; }
+  static const T& of(const T& item) { return item; }  ///< the item itself
 };
 template <typename U, typename D>
 struct ListItemIdentity<std::unique_ptr<U, D>> {
   using Key = const U*;
-  static const U* of(const std::unique_ptr<U, D>& item) { return item.get(); }
+  static const U* of(const std::unique_ptr<U, D>& item) { return item.get(); }  ///< the pointer
 };
 template <typename T>
 using ListKey = typename ListItemIdentity<T>::Key;
 
+/// A new empty List with pool storage.
 template <typename T>
 std::unique_ptr<List<T>> list_create() {
   return std::make_unique<List<T>>();
 }
 
-// Appends at the end without taking the lock, for a List that no other thread can reach yet
-// (one being built before it is handed out); returns the new node.
+/// Appends at the end without taking the lock, for a List that no other thread can reach yet
+/// (one being built before it is handed out); returns the new node.
 template <typename T, typename Nodes, typename U>
 requires std::constructible_from<T, U&&> ListNode<T>
 *list_append_unlocked(List<T, Nodes>& list, U&& item) {
@@ -172,7 +186,7 @@ requires std::constructible_from<T, U&&> ListNode<T>
   return node;
 }
 
-// Appends at the end in constant time; returns the new node.
+/// Appends at the end in constant time; returns the new node.
 template <typename T, typename Nodes, typename U>
 requires std::constructible_from<T, U&&> ListNode<T>
 *list_append(List<T, Nodes>& list, U&& item) {
@@ -180,8 +194,8 @@ requires std::constructible_from<T, U&&> ListNode<T>
   return list_append_unlocked(list, std::forward<U>(item));
 }
 
-// Links `node`, made elsewhere and in no List, at the end in constant time; returns it. The
-// List never frees it on its own (its storage must free nothing, as a tree's does not).
+/// Links `node`, made elsewhere and in no List, at the end in constant time; returns it. The
+/// List never frees it on its own (its storage must free nothing, as a tree's does not).
 template <typename T, typename Nodes>
 ListNode<T>* list_link_at_end(List<T, Nodes>& list, ListNode<T>* node) {
   std::lock_guard hold(list.lock);
@@ -193,9 +207,9 @@ ListNode<T>* list_link_at_end(List<T, Nodes>& list, ListNode<T>* node) {
   return node;
 }
 
-// Inserts so that the new node stands at `position` (0 = front, count = end). A position that
-// is negative or beyond the count inserts nothing and returns null; the item is then left with
-// the caller (a unique_ptr passed with std::move is not consumed).
+/// Inserts so that the new node stands at `position` (0 = front, count = end). A position that
+/// is negative or beyond the count inserts nothing and returns null; the item is then left with
+/// the caller (a unique_ptr passed with std::move is not consumed).
 template <typename T, typename Nodes, typename U>
 requires std::constructible_from<T, U&&> ListNode<T>
 *list_insert_at(List<T, Nodes>& list, U&& item, int position) {
@@ -220,13 +234,14 @@ requires std::constructible_from<T, U&&> ListNode<T>
   return node;
 }
 
+/// Inserts `item` before the first item under the lock; returns the new node.
 template <typename T, typename Nodes, typename U>
 requires std::constructible_from<T, U&&> ListNode<T>
 *list_prepend(List<T, Nodes>& list, U&& item) {
   return list_insert_at(list, std::forward<U>(item), 0);
 }
 
-// The first node whose item is `item` (identity, not content), or null.
+/// The first node whose item is `item` (identity, not content), or null.
 template <typename T, typename Nodes>
 ListNode<T>* list_find(List<T, Nodes>& list, std::type_identity_t<ListKey<T>> item) {
   std::lock_guard hold(list.lock);
@@ -236,7 +251,7 @@ ListNode<T>* list_find(List<T, Nodes>& list, std::type_identity_t<ListKey<T>> it
   return nullptr;
 }
 
-// Unlinks and frees `node`, which must belong to `list` (not checked).
+/// Unlinks and frees `node`, which must belong to `list` (not checked).
 template <typename T, typename Nodes>
 void list_remove_node(List<T, Nodes>& list, ListNode<T>* node) {
   std::lock_guard hold(list.lock);
@@ -248,14 +263,14 @@ void list_remove_node(List<T, Nodes>& list, ListNode<T>* node) {
   list.nodes.template deallocate<ListNode<T>>(node);
 }
 
-// Removes the first node holding `item`; an absent item changes nothing.
+/// Removes the first node holding `item`; an absent item changes nothing.
 template <typename T, typename Nodes>
 void list_remove(List<T, Nodes>& list, std::type_identity_t<ListKey<T>> item) {
   std::lock_guard hold(list.lock);
   if (ListNode<T>* node = list_find(list, item)) list_remove_node(list, node);
 }
 
-// Removes every node; the List stays usable.
+/// Removes every node; the List stays usable.
 template <typename T, typename Nodes>
 void list_clear(List<T, Nodes>& list) {
   std::lock_guard hold(list.lock);
@@ -266,6 +281,7 @@ void list_clear(List<T, Nodes>& list) {
   }
 }
 
+/// The number of items, counted under the lock.
 template <typename T, typename Nodes>
 int list_count(List<T, Nodes>& list) {
   std::lock_guard hold(list.lock);

@@ -1,21 +1,22 @@
-// The service operations: one short conversation per call with the local service on
-// 127.0.0.1:7000 over a Connection of its own: a form line (and, for add_network and set_shares,
-// an XML line), one reply line, then the Connection is closed on every path.
-//
-// Results: integer operations give ERR_SERVICE_UNREACHABLE (-400), ERR_NO_RETVAL (-601) or the
-// service's "p2pnet_retval"; operations that want no reply give -1 (not connected) or the close
-// result; record operations give null unless the reply line ended with LF and held the expected
-// document. Replies are awaited without a time-out. Values copied into caller buffers are cut to
-// the buffer and always NUL-terminated. Nothing is printed; calls share no state, so several
-// threads may call at once.
+/// @file
+/// The service operations: one short conversation per call with the local service on
+/// 127.0.0.1:7000 over a Connection of its own: a form line (and, for add_network and set_shares,
+/// an XML line), one reply line, then the Connection is closed on every path.
+///
+/// Results: integer operations give ERR_SERVICE_UNREACHABLE (-400), ERR_NO_RETVAL (-601) or the
+/// service's "p2pnet_retval"; operations that want no reply give -1 (not connected) or the close
+/// result; record operations give null unless the reply line ended with LF and held the expected
+/// document. Replies are awaited without a time-out. Values copied into caller buffers are cut to
+/// the buffer and always NUL-terminated. Nothing is printed; calls share no state, so several
+/// threads may call at once.
 #ifndef QUORLIN_CLIENT_SERVICE_HPP
 #define QUORLIN_CLIENT_SERVICE_HPP
 
-#include "quorlin/base/api.hpp"
 #include <functional>
 #include <memory>
 #include <span>
 #include <string_view>
+#include "quorlin/base/api.hpp"
 
 #include "quorlin/net/connection.hpp"
 #include "quorlin/records/records.hpp"
@@ -46,38 +47,48 @@ enum ServiceCode : int {
   CODE_SET_CONNECTION_TYPE = 15,
 };
 
-// A Connection to the service, or -1.
+/// A Connection to the service, or -1.
 QUORLIN_API Connection connect_to_service();
+/// Closes a Connection from connect_to_service; close's result.
 QUORLIN_API int close_service_connection(Connection connection);
 
+/// The service's state (code 0), or null.
 QUORLIN_API std::unique_ptr<ServiceState> get_service_state(int type);
+/// Sets the service type (code 1); the retval.
 QUORLIN_API int set_service_type(int type);
+/// The networks of `type` (code 2), or null; an entry that is not a network is a null item.
 QUORLIN_API std::unique_ptr<PeerNetworkList> get_networks(int type);
 
-// The same call without the List: each network goes to `each` as soon as it is read from the
-// reply (null for an entry that is not a network), and none is kept. Returns false where
-// get_networks returns null; networks handed over before that belonged to no list.
-QUORLIN_API bool get_networks_each(int type,
-                       const std::function<void(std::unique_ptr<PeerNetwork> network)>& each);
-// The service's new network (its id and name), or null. The name and members are only read.
-QUORLIN_API std::unique_ptr<PeerNetwork> add_network(OptionalText name, const TextList& members, int type,
-                                         int connection_type);
+/// The same call without the List: each network goes to `each` as soon as it is read from the
+/// reply (null for an entry that is not a network), and none is kept. Returns false where
+/// get_networks returns null; networks handed over before that belonged to no list.
+QUORLIN_API bool get_networks_each(
+    int type, const std::function<void(std::unique_ptr<PeerNetwork> network)>& each);
+/// The service's new network (its id and name), or null. The name and members are only read.
+QUORLIN_API std::unique_ptr<PeerNetwork> add_network(OptionalText name, const TextList& members,
+                                                     int type, int connection_type);
+/// Invites `email` into the network (code 5): the new member, or null.
 QUORLIN_API std::unique_ptr<PeerMember> invite_member(long network, std::string_view email);
+/// Drops the network (code 6); the retval.
 QUORLIN_API int drop_network(long network);
-// On a retval of 0 or more whose second line holds a PeerConnectionInfo, that record is copied
-// into `info`; otherwise `info` is untouched.
+/// On a retval of 0 or more whose second line holds a PeerConnectionInfo, that record is copied
+/// into `info`; otherwise `info` is untouched.
 QUORLIN_API int get_connection_info(long network, std::string_view peer, PeerConnectionInfo& info);
+/// Posts `peer` to the network (code 8); the retval.
 QUORLIN_API int post_network_peer(long network, std::string_view peer);
-// "p2pnet_local_ip" copied into `buffer` only for a retval of 0 or more.
+/// "p2pnet_local_ip" copied into `buffer` only for a retval of 0 or more.
 QUORLIN_API int get_local_ip(std::span<char> buffer);
-// "p2pnet_peer_ip" copied into `buffer` only for a retval of 0 or more.
+/// "p2pnet_peer_ip" copied into `buffer` only for a retval of 0 or more.
 QUORLIN_API int get_peer_ip(long network, std::string_view peer, std::span<char> buffer);
+/// Sends `message` to `peer` in the network (code 11); the retval.
 QUORLIN_API int send_chat_message(long network, std::string_view peer, std::string_view message);
-// "p2pnet_chat_mesg" copied into `buffer` whenever the reply has a retval, whatever its sign.
+/// "p2pnet_chat_mesg" copied into `buffer` whenever the reply has a retval, whatever its sign.
 QUORLIN_API int receive_chat_message(long network, std::string_view peer, std::span<char> buffer);
+/// The notifications of `type` (code 13), or null.
 QUORLIN_API std::unique_ptr<NotificationList> get_notifications(int type);
-// Always 0, also when the service cannot be reached.
+/// Always 0, also when the service cannot be reached.
 QUORLIN_API int set_shares(long network, int share_type, const ShareList& shares);
+/// Sets the connection type for `type` (code 15); the retval.
 QUORLIN_API int set_connection_type(int type, int connection_type);
 
 }  // namespace quorlin

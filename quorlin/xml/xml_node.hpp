@@ -1,30 +1,31 @@
-// XmlNode: one element of an XML document, with its name, attributes, children and text.
-//
-// A document is its root node, which xml_node_new and xml_parse return. Every node, attribute,
-// name and text of a tree lives in storage that belongs to the tree and goes with the root, all
-// at once and without recursion, so a tree of any depth or size is freed in a few steps.
-// xml_node_add_child adopts a separate tree: the child keeps its address, and its storage
-// joins the parent's tree in constant time, whatever its size.
-//
-// Every string handed in is copied and no byte of a name, value or text is checked, escaped or
-// decoded: the tree holds exactly the bytes it was given. Names and texts are returned as views
-// borrowed from the tree, valid until the node is changed or the tree is freed. A replaced text
-// gives its bytes back to the tree, which reuses them for later texts.
-//
-// The children List and the attribute set are made with the first child or attribute, so the
-// leaves of a large document cost no more than their name and text; readers that ask a node
-// without any see an empty List. Attributes keep their order and may repeat a name. Appends
-// take the List's lock; walks read the Lists without it: no other thread may change a tree
-// being read, written or freed.
+/// @file
+/// XmlNode: one element of an XML document, with its name, attributes, children and text.
+///
+/// A document is its root node, which xml_node_new and xml_parse return. Every node, attribute,
+/// name and text of a tree lives in storage that belongs to the tree and goes with the root, all
+/// at once and without recursion, so a tree of any depth or size is freed in a few steps.
+/// xml_node_add_child adopts a separate tree: the child keeps its address, and its storage
+/// joins the parent's tree in constant time, whatever its size.
+///
+/// Every string handed in is copied and no byte of a name, value or text is checked, escaped or
+/// decoded: the tree holds exactly the bytes it was given. Names and texts are returned as views
+/// borrowed from the tree, valid until the node is changed or the tree is freed. A replaced text
+/// gives its bytes back to the tree, which reuses them for later texts.
+///
+/// The children List and the attribute set are made with the first child or attribute, so the
+/// leaves of a large document cost no more than their name and text; readers that ask a node
+/// without any see an empty List. Attributes keep their order and may repeat a name. Appends
+/// take the List's lock; walks read the Lists without it: no other thread may change a tree
+/// being read, written or freed.
 #ifndef QUORLIN_XML_XML_NODE_HPP
 #define QUORLIN_XML_XML_NODE_HPP
 
-#include "quorlin/base/api.hpp"
 #include <cstddef>
 #include <memory>
 #include <new>
 #include <optional>
 #include <string_view>
+#include "quorlin/base/api.hpp"
 
 #include "quorlin/base/list.hpp"
 #include "quorlin/base/recursive_lock.hpp"
@@ -34,14 +35,15 @@ namespace quorlin {
 class XmlDocument;
 struct XmlTree;
 
-// Node storage for the Lists of a tree: their nodes come from the tree's storage and are given
-// back only with it.
+/// Node storage for the Lists of a tree: their nodes come from the tree's storage and are given
+/// back only with it.
 struct XmlArenaNodes {
-  using Lock = RecursiveLock;  // nothing to destroy: the arena frees memory without destructors
+  using Lock = RecursiveLock;  ///< nothing to destroy: the arena frees memory without destructors
   XmlDocument* document = nullptr;
 
   template <typename Node>
-  void* allocate();  // defined where the tree is built, not for users of the tree
+  void* allocate();  ///< defined where the tree is built, not for users of the tree
+  /// Nothing: a node's memory goes back with its document's.
   template <typename Node>
   void deallocate(void*) {}
 };
@@ -52,27 +54,28 @@ struct XmlAttribute {
 };
 
 class XmlNode;
-// What a node is made from: the document it lives in and its name, whose bytes already live in
-// that document.
+/// What a node is made from: the document it lives in and its name, whose bytes already live in
+/// that document.
 struct XmlNodeSeed {
   XmlDocument* document;
   std::string_view name;
 };
 
-using XmlChildren = List<XmlNode, XmlArenaNodes>;  // each child lives inside its List node
+using XmlChildren = List<XmlNode, XmlArenaNodes>;  ///< each child lives inside its List node
 using XmlAttributes = List<XmlAttribute, XmlArenaNodes>;
 using XmlChild = ListNode<XmlNode>;
 
 class QUORLIN_API XmlNode {
  public:
+  /// A node without text, attributes or children; xml_node_new and the parser make them.
   explicit XmlNode(XmlNodeSeed seed) : name_(seed.name), document_(seed.document) {}
   XmlNode(const XmlNode&) = delete;
   XmlNode& operator=(const XmlNode&) = delete;
 
-  // Deleting the root (what its unique_ptr does) frees the whole tree and its storage.
+  /// Deleting the root (what its unique_ptr does) frees the whole tree and its storage.
   static void operator delete(XmlNode* node, std::destroying_delete_t);
 
-  // Defined here, declared with their contracts below: readers call them once per node.
+  /// Defined here, declared with their contracts below: readers call them once per node.
   friend std::string_view xml_node_name(const XmlNode& node) { return node.name_; }
   friend const XmlChildren& xml_node_children(const XmlNode& node) {
     return node.children_ != nullptr ? *node.children_ : kNoChildren;
@@ -84,48 +87,50 @@ class QUORLIN_API XmlNode {
 
  private:
   friend struct XmlTree;
-  static constexpr std::size_t kOwnedText = std::size_t{1} << 63;  // text_ is a reusable block
+  static constexpr std::size_t kOwnedText = std::size_t{1} << 63;  ///< text_ is a reusable block
   static const XmlChildren kNoChildren;
 
   std::string_view name_;
-  XmlChildren* children_ = nullptr;      // null until the first child
-  XmlAttributes* attributes_ = nullptr;  // null until the first attribute
-  XmlDocument* document_;                // where this node's pieces are allocated
-  char* text_ = nullptr;                 // null while there is no text
-  std::size_t text_size_ = 0;            // with kOwnedText set when text_ is a reusable block
+  XmlChildren* children_ = nullptr;      ///< null until the first child
+  XmlAttributes* attributes_ = nullptr;  ///< null until the first attribute
+  XmlDocument* document_;                ///< where this node's pieces are allocated
+  char* text_ = nullptr;                 ///< null while there is no text
+  std::size_t text_size_ = 0;            ///< with kOwnedText set when text_ is a reusable block
 };
 
-// A new tree of one element named `name`.
+/// A new tree of one element named `name`.
 QUORLIN_API std::unique_ptr<XmlNode> xml_node_new(std::string_view name);
 
-// Adopts the tree `child` as the last child of `node` in constant time and returns the List
-// node that holds it; the child keeps its address, so a pointer kept to it stays valid.
+/// Adopts the tree `child` as the last child of `node` in constant time and returns the List
+/// node that holds it; the child keeps its address, so a pointer kept to it stays valid.
 QUORLIN_API XmlChild* xml_node_add_child(XmlNode& node, std::unique_ptr<XmlNode> child);
 
-// Appends a new empty element named `name` to `parent` and returns it.
+/// Appends a new empty element named `name` to `parent` and returns it.
 QUORLIN_API XmlNode& xml_add_element(XmlNode& parent, std::string_view name);
 
+/// The element's name.
 QUORLIN_API std::string_view xml_node_name(const XmlNode& node);
 
-// The children in document order; an empty List for a node without any.
+/// The children in document order; an empty List for a node without any.
 QUORLIN_API const XmlChildren& xml_node_children(const XmlNode& node);
 
-// The attributes in the order they were added; an empty List for a node without any.
+/// The attributes in the order they were added; an empty List for a node without any.
 QUORLIN_API const XmlAttributes& xml_node_attributes(const XmlNode& node);
 
-// Replaces the text with a copy of `text`, or clears it for std::nullopt; the old text's bytes
-// go back to the tree. `text` may be a view of this tree's own bytes, even of the node's text.
+/// Replaces the text with a copy of `text`, or clears it for std::nullopt; the old text's bytes
+/// go back to the tree. `text` may be a view of this tree's own bytes, even of the node's text.
 QUORLIN_API void xml_node_set_text(XmlNode& node, std::optional<std::string_view> text);
 
-// The text, borrowed from the node, or std::nullopt when none was set.
+/// The text, borrowed from the node, or std::nullopt when none was set.
 QUORLIN_API std::optional<std::string_view> xml_node_text(const XmlNode& node);
 
-// Appends an attribute holding copies of `name` and `value`; returns its List node.
+/// Appends an attribute holding copies of `name` and `value`; returns its List node.
 QUORLIN_API ListNode<XmlAttribute>* xml_node_add_attribute(XmlNode& node, std::string_view name,
-                                               std::string_view value);
+                                                           std::string_view value);
 
-// The value of the last attribute named `name` (case-sensitive), borrowed, or std::nullopt.
-QUORLIN_API std::optional<std::string_view> xml_node_attribute(const XmlNode& node, std::string_view name);
+/// The value of the last attribute named `name` (case-sensitive), borrowed, or std::nullopt.
+QUORLIN_API std::optional<std::string_view> xml_node_attribute(const XmlNode& node,
+                                                               std::string_view name);
 
 }  // namespace quorlin
 

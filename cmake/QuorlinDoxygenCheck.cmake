@@ -1,0 +1,17 @@
+# Fails when Doxygen's log names an undocumented function; other warnings (undocumented fields,
+# constants and types) are counted and left in the log.
+file(STRINGS "${LOG}" warnings)
+set(undocumented)
+set(others 0)
+foreach(line IN LISTS warnings)
+  if(line MATCHES "\\((function|friend)\\) of .* is not documented")
+    list(APPEND undocumented "${line}")
+  elseif(NOT line STREQUAL "")
+    math(EXPR others "${others} + 1")
+  endif()
+endforeach()
+if(undocumented)
+  list(JOIN undocumented "\n" text)
+  message(FATAL_ERROR "public functions without a contract comment:\n${text}")
+endif()
+message(STATUS "API reference written; ${others} other Doxygen warnings are in ${LOG}")
