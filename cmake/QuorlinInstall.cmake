@@ -1,8 +1,15 @@
-# Installation, the exported CMake package, the pkg-config file and the Debian package.
+# Installation: the tool, both libraries, the exported CMake package and the pkg-config file.
+# The Debian packages (debian/) split what is installed here into libquorlin0, libquorlin-dev and
+# quorlinadmin.
 include(CMakePackageConfigHelpers)
 
 install(TARGETS quorlinadmin RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
-install(TARGETS quorlin EXPORT quorlinTargets ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR})
+# Consumers link quorlin::quorlin, the shared library, as a Debian user expects; the static one
+# stays at hand as quorlin::quorlin_static.
+set_target_properties(quorlin PROPERTIES EXPORT_NAME quorlin_static)
+set_target_properties(quorlin_shared PROPERTIES EXPORT_NAME quorlin)
+install(TARGETS quorlin quorlin_shared EXPORT quorlinTargets
+        ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR} LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR})
 install(DIRECTORY quorlin/ DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/quorlin
         FILES_MATCHING PATTERN "*.hpp"
         PATTERN "*_test_support.hpp" EXCLUDE PATTERN "*_internal.hpp" EXCLUDE PATTERN "cli" EXCLUDE)
@@ -24,32 +31,9 @@ file(RELATIVE_PATH QUORLIN_PC_PREFIX_FROM_PCFILEDIR
 configure_file(packaging/quorlin.pc.in ${PROJECT_BINARY_DIR}/quorlin.pc @ONLY)
 install(FILES ${PROJECT_BINARY_DIR}/quorlin.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
 
-# Debian keeps manuals and changelogs compressed.
-set(man_page ${PROJECT_BINARY_DIR}/quorlinadmin.1.gz)
-set(changelog ${PROJECT_BINARY_DIR}/changelog.gz)
-add_custom_command(OUTPUT ${man_page} ${changelog}
-                   COMMAND gzip -9n -c ${PROJECT_SOURCE_DIR}/packaging/quorlinadmin.1 > ${man_page}
-                   COMMAND gzip -9n -c ${PROJECT_SOURCE_DIR}/packaging/changelog > ${changelog}
-                   DEPENDS packaging/quorlinadmin.1 packaging/changelog)
-add_custom_target(quorlin_compressed_docs ALL DEPENDS ${man_page} ${changelog})
-install(FILES ${man_page} DESTINATION ${CMAKE_INSTALL_MANDIR}/man1)
+install(FILES packaging/quorlinadmin.1 DESTINATION ${CMAKE_INSTALL_MANDIR}/man1)
 install(FILES packaging/quorlinadmin.bash-completion DESTINATION share/bash-completion/completions
         RENAME quorlinadmin)
-install(FILES README.md packaging/copyright ${changelog}
-        DESTINATION ${CMAKE_INSTALL_DOCDIR})
+install(FILES README.md debian/copyright DESTINATION ${CMAKE_INSTALL_DOCDIR})
 
-set(CPACK_GENERATOR DEB)
-set(CPACK_PACKAGE_NAME quorlin)
-set(CPACK_PACKAGE_VENDOR "Quorlin")
-set(CPACK_PACKAGE_CONTACT "Quorlin developers <dev@quorlin.example>")
-set(CPACK_PACKAGE_DESCRIPTION_SUMMARY "administration client for the Quorlin network service")
-set(CPACK_DEBIAN_PACKAGE_DESCRIPTION
-    "quorlinadmin lists the peer networks of the local Quorlin service with their\nmembers, creates a network for two members, invites a person by e-mail and\ndrops every network but the one named Friends. The package also holds the C++\nclient library with its headers, CMake package and pkg-config file.")
-set(CPACK_DEBIAN_PACKAGE_SECTION net)
-set(CPACK_DEBIAN_PACKAGE_PRIORITY optional)
-set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
-set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
-set(CPACK_STRIP_FILES ON)
-set(CPACK_PACKAGING_INSTALL_PREFIX /usr)
-set(CPACK_DEBIAN_PACKAGE_CONTROL_STRICT_PERMISSION ON)
-include(CPack)
+include(cmake/QuorlinApiReference.cmake)

@@ -4,9 +4,9 @@
 set(QUORLIN_ABI_VERSION 0)
 get_target_property(quorlin_sources quorlin SOURCES)
 add_library(quorlin_shared SHARED ${quorlin_sources})
-add_library(quorlin::quorlin_shared ALIAS quorlin_shared)
+add_library(quorlin::quorlin ALIAS quorlin_shared)
 set_target_properties(quorlin_shared PROPERTIES
-  OUTPUT_NAME quorlin EXPORT_NAME quorlin_shared
+  OUTPUT_NAME quorlin
   VERSION ${PROJECT_VERSION} SOVERSION ${QUORLIN_ABI_VERSION}
   CXX_VISIBILITY_PRESET hidden VISIBILITY_INLINES_HIDDEN ON)
 target_include_directories(quorlin_shared PUBLIC $<BUILD_INTERFACE:${PROJECT_SOURCE_DIR}>
@@ -14,5 +14,8 @@ target_include_directories(quorlin_shared PUBLIC $<BUILD_INTERFACE:${PROJECT_SOU
 target_link_libraries(quorlin_shared PUBLIC Threads::Threads)
 target_compile_options(quorlin_shared PRIVATE -Wall -Wextra -Wpedantic -Werror)
 target_compile_features(quorlin_shared PUBLIC cxx_std_20)
+# Calls inside the library bind to the library's own functions, as in the static library: the
+# compiler may inline exported functions, and the linker resolves them without the PLT.
+target_compile_options(quorlin_shared PRIVATE -fno-semantic-interposition)
 # A symbol missing from the library is a link error here, not when a program loads it.
-target_link_options(quorlin_shared PRIVATE -Wl,--no-undefined)
+target_link_options(quorlin_shared PRIVATE -Wl,--no-undefined -Wl,-Bsymbolic-functions)
