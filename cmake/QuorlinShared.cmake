@@ -17,5 +17,9 @@ target_compile_features(quorlin_shared PUBLIC cxx_std_20)
 # Calls inside the library bind to the library's own functions, as in the static library: the
 # compiler may inline exported functions, and the linker resolves them without the PLT.
 target_compile_options(quorlin_shared PRIVATE -fno-semantic-interposition)
-# A symbol missing from the library is a link error here, not when a program loads it.
-target_link_options(quorlin_shared PRIVATE -Wl,--no-undefined -Wl,-Bsymbolic-functions)
+target_link_options(quorlin_shared PRIVATE -Wl,-Bsymbolic-functions)
+# A symbol missing from the library is a link error here, not when a program loads it; under a
+# sanitizer the runtime comes with the program, so the library leaves its symbols open.
+if(NOT CMAKE_CXX_FLAGS MATCHES "-fsanitize")
+  target_link_options(quorlin_shared PRIVATE -Wl,--no-undefined)
+endif()

@@ -109,10 +109,10 @@ QUORLIN_API XmlChild* xml_node_add_child(XmlNode& node, std::unique_ptr<XmlNode>
 QUORLIN_API XmlNode& xml_add_element(XmlNode& parent, std::string_view name);
 
 /// The element's name.
-QUORLIN_API std::string_view xml_node_name(const XmlNode& node);
+std::string_view xml_node_name(const XmlNode& node);
 
 /// The children in document order; an empty List for a node without any.
-QUORLIN_API const XmlChildren& xml_node_children(const XmlNode& node);
+const XmlChildren& xml_node_children(const XmlNode& node);
 
 /// The attributes in the order they were added; an empty List for a node without any.
 QUORLIN_API const XmlAttributes& xml_node_attributes(const XmlNode& node);
@@ -122,7 +122,7 @@ QUORLIN_API const XmlAttributes& xml_node_attributes(const XmlNode& node);
 QUORLIN_API void xml_node_set_text(XmlNode& node, std::optional<std::string_view> text);
 
 /// The text, borrowed from the node, or std::nullopt when none was set.
-QUORLIN_API std::optional<std::string_view> xml_node_text(const XmlNode& node);
+std::optional<std::string_view> xml_node_text(const XmlNode& node);
 
 /// Appends an attribute holding copies of `name` and `value`; returns its List node.
 QUORLIN_API ListNode<XmlAttribute>* xml_node_add_attribute(XmlNode& node, std::string_view name,
