@@ -44,7 +44,8 @@ struct Frame {
   long text_start = -1;  // the last text segment seen; each one replaces the one before
   long text_end = -1;
   std::string_view name = {};  // the open element's name, in the parsed text
-  std::uint64_t hash = 0;      // BackwardHash of the name
+  std::uint32_t hash = 0;      // the low half of the name's BackwardHash, all that OpenNames uses
+  std::uint32_t slot = 0;      // where OpenNames holds the frame
 };
 
 // A hash of a name's bytes taken from the last to the first, so that extending a name at its
@@ -73,6 +74,11 @@ class BackwardHash {
 // The open element of each name, by frame index, in an open-addressing table whose slots keep
 // the name's hash beside the index; and, to answer "is this name open?" mostly without hashing
 // it, a count of open names per key of length and outer bytes.
+//
+// A deeply nested document keeps a million names open, and each level both enters and leaves
+// the table: the slots are small, and leaving marks the slot the frame remembers as removed
+// (a store, which does not wait for the cache line) instead of searching for it. Removed slots
+// are swept out when the table is rebuilt.
 class OpenNames {
  public:
   static std::size_t quick_key(std::string_view name) {
@@ -85,69 +91,89 @@ class OpenNames {
 
   // The open frame named `name`, or -1.
   long find(std::string_view name, std::uint64_t hash, const std::vector<Frame>& frames) const {
-    return slots_[slot_of(name, hash, frames)].frame;
+    const std::int32_t frame = slots_[slot_of(name, hash, frames)].frame;
+    return frame >= 0 ? frame : -1;
   }
 
   // Enters `frame` unless a frame of its name is open; returns that frame, or -1 if it entered.
-  long insert(long frame, const std::vector<Frame>& frames) {
-    if ((size_ + 1) * 2 > slots_.size()) grow();
-    const Frame& entering = frames[frame];
-    Slot& slot = slots_[slot_of(entering.name, entering.hash, frames)];
-    if (slot.frame >= 0) return slot.frame;
-    slot = Slot{entering.hash, frame};
+  // A removed slot on the way is taken again, so that a name that keeps opening and closing
+  // keeps its slot.
+  long insert(long frame, std::vector<Frame>& frames) {
+    if ((size_ + removed_ + 1) * 2 > slots_.size()) rebuild(frames);
+    Frame& entering = frames[frame];
+    const std::size_t mask = slots_.size() - 1;
+    std::size_t reuse = slots_.size();
+    std::size_t at = entering.hash & mask;
+    for (;; at = (at + 1) & mask) {
+      const Slot& slot = slots_[at];
+      if (slot.frame == kFree) break;
+      if (slot.frame == kRemoved) {
+        if (reuse == slots_.size()) reuse = at;
+      } else if (slot.hash == entering.hash && frames[slot.frame].name == entering.name) {
+        return slot.frame;
+      }
+    }
+    if (reuse != slots_.size()) {
+      at = reuse;
+      --removed_;
+    }
+    slots_[at] = Slot{entering.hash, static_cast<std::int32_t>(frame)};
+    entering.slot = static_cast<std::uint32_t>(at);
     ++size_;
     ++counts_[quick_key(entering.name)];
     return -1;
   }
 
-  void erase(long frame, const std::vector<Frame>& frames) {
-    const std::size_t mask = slots_.size() - 1;
-    std::size_t hole = frames[frame].hash & mask;
-    while (slots_[hole].frame != frame) hole = (hole + 1) & mask;
-    // Moves later entries of the probe run back into the hole, so that no tombstones build up.
-    for (std::size_t at = (hole + 1) & mask; slots_[at].frame >= 0; at = (at + 1) & mask) {
-      const std::size_t home = slots_[at].hash & mask;
-      if (((at - home) & mask) >= ((at - hole) & mask)) {
-        slots_[hole] = slots_[at];
-        hole = at;
-      }
-    }
-    slots_[hole].frame = -1;
+  void erase(const Frame& leaving) {
+    slots_[leaving.slot].frame = kRemoved;
     --size_;
-    --counts_[quick_key(frames[frame].name)];
+    ++removed_;
+    --counts_[quick_key(leaving.name)];
   }
 
  private:
   static constexpr std::size_t kQuickKeys = 4096;
+  static constexpr std::int32_t kFree = -1;
+  static constexpr std::int32_t kRemoved = -2;
+  // Eight bytes: the hash's low half, which also gives the slot, beside the frame index.
   struct Slot {
-    std::uint64_t hash = 0;
-    long frame = -1;  // -1 for a free slot
+    std::uint32_t hash = 0;
+    std::int32_t frame = kFree;
   };
+  static std::uint32_t low_half(std::uint64_t hash) { return static_cast<std::uint32_t>(hash); }
 
-  // The slot that holds `name`, or the free slot where it belongs.
+  // The slot that holds `name`, or the free slot where it belongs; removed slots are passed.
   std::size_t slot_of(std::string_view name, std::uint64_t hash,
                       const std::vector<Frame>& frames) const {
     const std::size_t mask = slots_.size() - 1;
     for (std::size_t at = hash & mask;; at = (at + 1) & mask) {
       const Slot& slot = slots_[at];
-      if (slot.frame < 0 || (slot.hash == hash && frames[slot.frame].name == name)) return at;
+      if (slot.frame == kFree ||
+          (slot.frame >= 0 && slot.hash == low_half(hash) && frames[slot.frame].name == name)) {
+        return at;
+      }
     }
   }
 
-  void grow() {
+  // Re-enters the open frames into a table at most half full once they are in, twice the size
+  // when they alone fill a quarter of it.
+  void rebuild(std::vector<Frame>& frames) {
     std::vector<Slot> old = std::move(slots_);
-    slots_.assign(old.size() * 2, Slot{});
+    slots_.assign((size_ + 1) * 4 > old.size() ? old.size() * 2 : old.size(), Slot{});
     const std::size_t mask = slots_.size() - 1;
     for (const Slot& slot : old) {
       if (slot.frame < 0) continue;
       std::size_t at = slot.hash & mask;
-      while (slots_[at].frame >= 0) at = (at + 1) & mask;
+      while (slots_[at].frame != kFree) at = (at + 1) & mask;
       slots_[at] = slot;
+      frames[slot.frame].slot = static_cast<std::uint32_t>(at);
     }
+    removed_ = 0;
   }
 
   std::vector<Slot> slots_ = std::vector<Slot>(64);
   std::size_t size_ = 0;
+  std::size_t removed_ = 0;
   std::array<std::uint32_t, kQuickKeys> counts_{};
 };
 
@@ -255,18 +281,21 @@ class Parser {
   // Opens the range of an element named `name`, whose node the caller appends; false, with
   // nothing opened, when an element of that name is open.
   bool push(std::string_view name, long content_start) {
+    // OpenNames keeps frame indexes and slots in 32 bits: a document with more than 2^30 open
+    // elements (over 3 GB of text) stops there.
+    if (frames_.size() >= (std::size_t{1} << 30)) return false;
     frames_.push_back(Frame{.node = nullptr,
                             .current = nullptr,
                             .position = content_start,
                             .name = name,
-                            .hash = BackwardHash::of(name)});
+                            .hash = static_cast<std::uint32_t>(BackwardHash::of(name))});
     if (open_names_.insert(static_cast<long>(frames_.size()) - 1, frames_) < 0) return true;
     frames_.pop_back();
     return false;
   }
 
   void pop() {
-    open_names_.erase(static_cast<long>(frames_.size()) - 1, frames_);
+    open_names_.erase(frames_.back());
     frames_.pop_back();
   }
 
