@@ -27,6 +27,7 @@
 #include <array>
 #include <cstdint>
 #include <limits>
+#include <memory>
 #include <random>
 #include <vector>
 
@@ -46,6 +47,40 @@ struct Frame {
   std::string_view name = {};  // the open element's name, in the parsed text
   std::uint32_t hash = 0;      // the low half of the name's BackwardHash, all that OpenNames uses
   std::uint32_t slot = 0;      // where OpenNames holds the frame
+};
+
+// The open ranges, in chunks that never move: growing copies no frame, and a deeply nested
+// document holds no second array of them while the stack grows.
+class FrameStack {
+ public:
+  Frame& operator[](std::size_t index) { return chunks_[index >> kShift][index & kMask]; }
+  const Frame& operator[](std::size_t index) const {
+    return chunks_[index >> kShift][index & kMask];
+  }
+  Frame& front() { return chunks_[0][0]; }
+  Frame& back() { return *top_; }
+  const Frame& back() const { return *top_; }
+  std::size_t size() const { return size_; }
+
+  void push_back(const Frame& frame) {
+    if ((size_ >> kShift) == chunks_.size()) {
+      chunks_.push_back(std::make_unique_for_overwrite<Frame[]>(kChunk));
+    }
+    top_ = &(*this)[size_++];
+    *top_ = frame;
+  }
+  void pop_back() {
+    --size_;
+    top_ = size_ > 0 ? &(*this)[size_ - 1] : nullptr;
+  }
+
+ private:
+  static constexpr std::size_t kShift = 8;
+  static constexpr std::size_t kChunk = std::size_t{1} << kShift;
+  static constexpr std::size_t kMask = kChunk - 1;
+  std::vector<std::unique_ptr<Frame[]>> chunks_;
+  std::size_t size_ = 0;
+  Frame* top_ = nullptr;
 };
 
 // A hash of a name's bytes taken from the last to the first, so that extending a name at its
@@ -90,7 +125,7 @@ class OpenNames {
   bool maybe_open(std::string_view name) const { return counts_[quick_key(name)] != 0; }
 
   // The open frame named `name`, or -1.
-  long find(std::string_view name, std::uint64_t hash, const std::vector<Frame>& frames) const {
+  long find(std::string_view name, std::uint64_t hash, const FrameStack& frames) const {
     const std::int32_t frame = slots_[slot_of(name, hash, frames)].frame;
     return frame >= 0 ? frame : -1;
   }
@@ -98,7 +133,7 @@ class OpenNames {
   // Enters `frame` unless a frame of its name is open; returns that frame, or -1 if it entered.
   // A removed slot on the way is taken again, so that a name that keeps opening and closing
   // keeps its slot.
-  long insert(long frame, std::vector<Frame>& frames) {
+  long insert(long frame, FrameStack& frames) {
     if ((size_ + removed_ + 1) * 2 > slots_.size()) rebuild(frames);
     Frame& entering = frames[frame];
     const std::size_t mask = slots_.size() - 1;
@@ -143,8 +178,7 @@ class OpenNames {
   static std::uint32_t low_half(std::uint64_t hash) { return static_cast<std::uint32_t>(hash); }
 
   // The slot that holds `name`, or the free slot where it belongs; removed slots are passed.
-  std::size_t slot_of(std::string_view name, std::uint64_t hash,
-                      const std::vector<Frame>& frames) const {
+  std::size_t slot_of(std::string_view name, std::uint64_t hash, const FrameStack& frames) const {
     const std::size_t mask = slots_.size() - 1;
     for (std::size_t at = hash & mask;; at = (at + 1) & mask) {
       const Slot& slot = slots_[at];
@@ -157,7 +191,7 @@ class OpenNames {
 
   // Re-enters the open frames into a table at most half full once they are in, twice the size
   // when they alone fill a quarter of it.
-  void rebuild(std::vector<Frame>& frames) {
+  void rebuild(FrameStack& frames) {
     std::vector<Slot> old = std::move(slots_);
     slots_.assign((size_ + 1) * 4 > old.size() ? old.size() * 2 : old.size(), Slot{});
     const std::size_t mask = slots_.size() - 1;
@@ -485,7 +519,7 @@ class Parser {
   std::unique_ptr<std::string> kept_text_;  // the parsed text, until the tree takes it
   XmlDocument::Mark child_mark_{};
   std::string_view root_name_;
-  std::vector<Frame> frames_;
+  FrameStack frames_;
   OpenNames open_names_;
   struct FoundClosing {
     long lt;
