@@ -54,7 +54,7 @@ struct ReplyCase {
   bool succeeds;
   const char* body;
   const char* headers;
-  int timeout_ms = NO_TIMEOUT;  // a "|" in the reply is a pause of 100 ms
+  int timeout_ms = -1;  // a "|" in the reply is a pause of 100 ms
 };
 
 TEST(HttpPost, ScriptedReplies) {

@@ -84,9 +84,9 @@ TEST_F(ProxyTest, Socks5WithPasswordThroughMicrosocks) {
                    kUser, "-P", kPassword},
                   port),
             "");
-  expect_tunnel(*settings_for(PROXY_TYPE_SOCKS5, port, kUser, kPassword), target_);
-  expect_failure(*settings_for(PROXY_TYPE_SOCKS5, port, kUser, "wrong"), target_.port());
-  expect_failure(*settings_for(PROXY_TYPE_SOCKS5, port), target_.port());  // method 255
+  expect_tunnel(*settings_for(2u, port, kUser, kPassword), target_);
+  expect_failure(*settings_for(2u, port, kUser, "wrong"), target_.port());
+  expect_failure(*settings_for(2u, port), target_.port());  // method 255
 }
 
 TEST_F(ProxyTest, Socks4AndSocks5ThroughDante) {
@@ -101,11 +101,11 @@ TEST_F(ProxyTest, Socks4AndSocks5ThroughDante) {
       start({"/usr/sbin/danted", "-f", dir_.file("dante.conf"), "-p", dir_.file("danted.pid")},
             port),
       "");
-  expect_tunnel(*settings_for(PROXY_TYPE_SOCKS5, port), target_);
-  expect_failure(*settings_for(PROXY_TYPE_SOCKS5, port), closed_port_);
+  expect_tunnel(*settings_for(2u, port), target_);
+  expect_failure(*settings_for(2u, port), closed_port_);
   // dante reads the 4a marker 0.0.0.1 as an address and refuses it (status 91).
-  expect_failure(*settings_for(PROXY_TYPE_SOCKS4, port, "anyone"), target_.port());
-  expect_failure(*settings_for(PROXY_TYPE_SOCKS4, port), target_.port());  // no user id
+  expect_failure(*settings_for(1u, port, "anyone"), target_.port());
+  expect_failure(*settings_for(1u, port), target_.port());  // no user id
 }
 
 TEST_F(ProxyTest, Socks4aThroughSshDynamicForwarding) {
@@ -144,9 +144,9 @@ TEST_F(ProxyTest, Socks4aThroughSshDynamicForwarding) {
                    "UserKnownHostsFile=" + d + "/known_hosts", login},
                   port),
             "");
-  expect_tunnel(*settings_for(PROXY_TYPE_SOCKS4, port, "anyone"), target_);
-  expect_failure(*settings_for(PROXY_TYPE_SOCKS4, port, "anyone"), closed_port_);
-  expect_failure(*settings_for(PROXY_TYPE_SOCKS4, port), target_.port());
+  expect_tunnel(*settings_for(1u, port, "anyone"), target_);
+  expect_failure(*settings_for(1u, port, "anyone"), closed_port_);
+  expect_failure(*settings_for(1u, port), target_.port());
   server_->stop();  // the client before sshd
 }
 
@@ -165,17 +165,17 @@ TEST_F(ProxyTest, HttpConnectThroughTinyproxy) {
   int port = testing::free_port();
   dir_.write("open.conf", tinyproxy_config(port, target_.port(), closed_port_, false));
   ASSERT_EQ(start({"/usr/bin/tinyproxy", "-d", "-c", dir_.file("open.conf")}, port), "");
-  expect_tunnel(*settings_for(PROXY_TYPE_HTTP, port), target_);
-  expect_failure(*settings_for(PROXY_TYPE_HTTP_ALT, port), closed_port_);  // 500
+  expect_tunnel(*settings_for(3u, port), target_);
+  expect_failure(*settings_for(4u, port), closed_port_);  // 500
 
   int auth_port = testing::free_port();
   dir_.write("auth.conf", tinyproxy_config(auth_port, target_.port(), closed_port_, true));
   ChildProcess authenticating({"/usr/bin/tinyproxy", "-d", "-c", dir_.file("auth.conf")},
                               dir_.file("auth.log"));
   ASSERT_EQ(authenticating.wait_until_listening(auth_port), "");
-  expect_tunnel(*settings_for(PROXY_TYPE_HTTP, auth_port, kUser, kPassword), target_);
-  expect_failure(*settings_for(PROXY_TYPE_HTTP, auth_port, kUser, "wrong"), target_.port());
-  expect_failure(*settings_for(PROXY_TYPE_HTTP, auth_port), target_.port());  // 407 challenge
+  expect_tunnel(*settings_for(3u, auth_port, kUser, kPassword), target_);
+  expect_failure(*settings_for(3u, auth_port, kUser, "wrong"), target_.port());
+  expect_failure(*settings_for(3u, auth_port), target_.port());  // 407 challenge
 }
 
 TEST_F(ProxyTest, HttpConnectThroughSquidAnswers407) {
@@ -199,9 +199,9 @@ TEST_F(ProxyTest, HttpConnectThroughSquidAnswers407) {
                  "\nhttp_access deny !lo\nhttp_access deny !users\nhttp_access allow target\n"
                  "http_access deny all\n");
   ASSERT_EQ(start({"/usr/sbin/squid", "-N", "-d", "1", "-f", dir_.file("squid.conf")}, port), "");
-  expect_tunnel(*settings_for(PROXY_TYPE_HTTP, port, kUser, kPassword), target_);
-  expect_failure(*settings_for(PROXY_TYPE_HTTP, port, kUser, "wrong"), target_.port());
-  expect_failure(*settings_for(PROXY_TYPE_HTTP, port), target_.port());
+  expect_tunnel(*settings_for(3u, port, kUser, kPassword), target_);
+  expect_failure(*settings_for(3u, port, kUser, "wrong"), target_.port());
+  expect_failure(*settings_for(3u, port), target_.port());
 }
 
 }  // namespace

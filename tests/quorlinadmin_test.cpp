@@ -165,7 +165,7 @@ TEST_F(QuorlinadminTest, DropSparesExactlyFriends) {
 }
 
 TEST(QuorlinadminWithoutService, ReportsTheFailedCall) {
-  ASSERT_TRUE(testing::port_is_free(SERVICE_PORT)) << "port 7000 is taken by another program";
+  ASSERT_TRUE(testing::port_is_free(7000)) << "port 7000 is taken by another program";
   ToolRun list = run_tool("list");
   EXPECT_EQ(list.err, "quorlinadmin: Call get_networks failed\n");
   EXPECT_EQ(list.status, 0);
@@ -179,7 +179,7 @@ TEST(QuorlinadminAgainstScriptedService, StopsAtAnEntryThatIsNotANetwork) {
   const std::string reply =
       "<PeerNetworks><PeerNetwork><Id>4</Id><Name>a</Name></PeerNetwork><Foo></Foo>"
       "<PeerNetwork><Id>5</Id></PeerNetwork></PeerNetworks>\n";
-  testing::ScriptedServer service(testing::answer_one_line(reply), SERVICE_PORT);
+  testing::ScriptedServer service(testing::answer_one_line(reply), 7000);
   ASSERT_TRUE(service.listening()) << "port 7000 is taken";
   ToolRun list = run_tool("list");
   EXPECT_EQ(list.err,

@@ -23,11 +23,11 @@ TEST(ServiceOperations, WithoutAServiceEachShapeFailsItsOwnWay) {
   EXPECT_EQ(get_networks(0), nullptr);
   EXPECT_EQ(get_service_state(0), nullptr);
   EXPECT_EQ(invite_member(1, "a@b.c"), nullptr);
-  EXPECT_EQ(receive_chat_message(1, "p", buffer), ERR_SERVICE_UNREACHABLE);
-  EXPECT_EQ(get_local_ip(buffer), ERR_SERVICE_UNREACHABLE);
+  EXPECT_EQ(receive_chat_message(1, "p", buffer), -400);
+  EXPECT_EQ(get_local_ip(buffer), -400);
   EXPECT_EQ(drop_network(1), -1);
   EXPECT_EQ(set_connection_type(1, 2), -1);
-  EXPECT_EQ(set_shares(1, SHARE_TYPE_FOLDER, ShareList()), 0);
+  EXPECT_EQ(set_shares(1, 1, ShareList()), 0);
   EXPECT_STREQ(buffer, "untouched");
 }
 
@@ -52,7 +52,7 @@ TEST(ServiceOperations, RequestLinesAndResultsAgainstTheSimulator) {
   EXPECT_EQ(get_notifications(0)->first, nullptr);
   ShareList shares;
   list_append(shares, folder_share_new("docs", "/srv/docs"));
-  EXPECT_EQ(set_shares(1, SHARE_TYPE_FOLDER, shares), 0);
+  EXPECT_EQ(set_shares(1, 1, shares), 0);
   EXPECT_EQ(set_connection_type(1, 4), 0);
   EXPECT_EQ(post_network_peer(2, "zoe"), 0);
   TextList members;
@@ -109,16 +109,16 @@ TEST(ServiceReplies, IntegerShapesAndBufferCopies) {
   const ReplyCase local_ip_cases[] = {
       {"p2pnet_retval=-3\r\n", -3, "untouched"},
       {"p2pnet_retval=abc\r\n", 0, "untouched"},
-      {"foo=1\r\n", ERR_NO_RETVAL, "untouched"},
-      {"\r\n", ERR_NO_RETVAL, "untouched"},
-      {"", ERR_NO_RETVAL, "untouched"},
+      {"foo=1\r\n", -601, "untouched"},
+      {"\r\n", -601, "untouched"},
+      {"", -601, "untouched"},
       {"p2pnet_retval=-1&p2pnet_local_ip=1.2.3.4\r\n", -1, "untouched"},
       {"p2pnet_retval=0&p2pnet_local_ip=1.2.3.4", 0, "1.2.3.4"},  // cut before the LF
       {"p2pnet_retval=0&p2pnet_local_ip=" + std::string(100, '9') + "\r\n", 0,
        "999999999999999"},  // cut to the buffer
   };
   for (const auto& c : local_ip_cases) {
-    testing::ScriptedServer service(testing::answer_one_line(c.reply), SERVICE_PORT);
+    testing::ScriptedServer service(testing::answer_one_line(c.reply), 7000);
     ASSERT_TRUE(service.listening()) << "port 7000 is taken";
     char buffer[16] = "untouched";
     EXPECT_EQ(get_local_ip(buffer), c.retval) << c.reply;
@@ -128,7 +128,7 @@ TEST(ServiceReplies, IntegerShapesAndBufferCopies) {
 
 TEST(ServiceReplies, ChatMessageIsCopiedForAnyRetval) {
   testing::ScriptedServer service(
-      testing::answer_one_line("p2pnet_chat_mesg=late&p2pnet_retval=-7\r\n"), SERVICE_PORT);
+      testing::answer_one_line("p2pnet_chat_mesg=late&p2pnet_retval=-7\r\n"), 7000);
   ASSERT_TRUE(service.listening()) << "port 7000 is taken";
   char buffer[16] = {};
   EXPECT_EQ(receive_chat_message(1, "p", buffer), -7);
@@ -137,7 +137,7 @@ TEST(ServiceReplies, ChatMessageIsCopiedForAnyRetval) {
 
 TEST(ServiceReplies, ConnectionInfoWithoutItsSecondLineLeavesTheRecord) {
   for (const char* reply : {"p2pnet_retval=2\r\n", "p2pnet_retval=2\r\n<PeerConnectionInfo>"}) {
-    testing::ScriptedServer service(testing::answer_one_line(reply), SERVICE_PORT);
+    testing::ScriptedServer service(testing::answer_one_line(reply), 7000);
     ASSERT_TRUE(service.listening()) << "port 7000 is taken";
     PeerConnectionInfo info{};
     copy_fixed_text(info.peer, "kept");
@@ -158,7 +158,7 @@ TEST(ServiceReplies, HostileServiceNeverCrashesOrLeaks) {
     int retval = get_local_ip(buffer);
     // A form reply is read whatever its status: one cut before its LF still counts.
     bool cut_form = misbehaviour == Misbehaviour::kNoFinalLineEnd;
-    EXPECT_EQ(retval, cut_form ? 0 : ERR_NO_RETVAL);
+    EXPECT_EQ(retval, cut_form ? 0 : -601);
     EXPECT_STREQ(buffer, cut_form ? "192.168.7.2" : "untouched");
   }
   service.misbehave(Misbehaviour::kDelay, 200);
@@ -172,7 +172,7 @@ TEST(ServiceReplies, DeepAndOverlongDocumentsAreReadSafely) {
                          "</Peer><PeerIp>" + std::string(500, '1') +
                          "</PeerIp></PeerConnectionInfo>\n";
   for (const std::string& reply : {deep + "\n", overlong}) {
-    testing::ScriptedServer service(testing::answer_one_line(reply), SERVICE_PORT);
+    testing::ScriptedServer service(testing::answer_one_line(reply), 7000);
     ASSERT_TRUE(service.listening()) << "port 7000 is taken";
     if (reply == overlong) {
       PeerConnectionInfo info{};

@@ -44,7 +44,7 @@ TEST(HashTable, SizesForTheExpectedCountAndGrowsAtTheLoadLimit) {
     if (buckets > 100000) continue;  // the largest step is checked by its prime alone
     EXPECT_EQ(hash_table_create(expected)->bucket_count(), buckets) << expected;
   }
-  EXPECT_EQ(hash_table_prime(HASH_TABLE_SIZE_STEPS - 1), 1610612741u);
+  EXPECT_EQ(hash_table_prime(25), 1610612741u);
 
   auto table = hash_table_create(0);
   for (int i = 1; i <= 35; ++i) {
@@ -93,8 +93,8 @@ TEST(HashTable, StoresDuplicateKeysTwice) {
 
 TEST(HashTable, BadKeysStoreNothingAndKeepTheLockHeld) {
   auto table = hash_table_create(0);
-  EXPECT_EQ(hash_table_insert(*table, nullptr, 1), HASH_TABLE_BAD_KEY);
-  EXPECT_EQ(hash_table_insert(*table, "", 1), HASH_TABLE_BAD_KEY);
+  EXPECT_EQ(hash_table_insert(*table, nullptr, 1), -2);
+  EXPECT_EQ(hash_table_insert(*table, "", 1), -2);
   EXPECT_EQ(table->count, 0u);
   bool other_thread_got_lock = true;
   std::thread([&] { other_thread_got_lock = table->lock.try_lock(); }).join();

@@ -77,7 +77,7 @@ TEST(UrlDecode, CharAdvancesByOneOrThree) {
   EXPECT_EQ(url_decode_char(text, position), 'A');
   EXPECT_EQ(position, 4u);
   EXPECT_EQ(url_decode_char(text, position), 'b');
-  EXPECT_EQ(url_decode_char(text, position), URL_DECODE_BAD_ESCAPE);
+  EXPECT_EQ(url_decode_char(text, position), '%');
   EXPECT_EQ(position, 8u);
 }
 

@@ -70,11 +70,11 @@ TEST(Notifications, ConstructorsRefuseMissingTexts) {
 
 TEST(Shares, ConstructorsSetTypeNameAndEmptyAccessList) {
   auto connection = connection_share_new();
-  EXPECT_EQ(connection->type, SHARE_TYPE_CONNECTION);
+  EXPECT_EQ(connection->type, 3);
   EXPECT_EQ(connection->name, "Connection");
   EXPECT_EQ(connection->access_list->accessors.first, nullptr);
   auto folder = folder_share_new("docs", std::nullopt);
-  EXPECT_EQ(folder->type, SHARE_TYPE_FOLDER);
+  EXPECT_EQ(folder->type, 1);
   EXPECT_EQ(folder->path, std::nullopt);
   ShareList shares;
   list_append(shares, std::move(folder));
