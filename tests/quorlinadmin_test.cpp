@@ -3,7 +3,9 @@
 #include <gtest/gtest.h>
 
 #include <sys/wait.h>
+#include <unistd.h>
 
+#include <chrono>
 #include <fstream>
 #include <sstream>
 #include <string>
@@ -32,10 +34,11 @@ std::string file_text(const std::string& path) {
   return text.str();
 }
 
-ToolRun run_tool(const std::string& arguments) {
+// `prefix` runs the tool under another program, such as faketime.
+ToolRun run_tool(const std::string& arguments, const std::string& prefix = "") {
   testing::TempDir dir;
-  std::string command = std::string(QUORLINADMIN_PATH) + " " + arguments + " >" + dir.file("out") +
-                        " 2>" + dir.file("err");
+  std::string command =
+      prefix + QUORLINADMIN_PATH " " + arguments + " >" + dir.file("out") + " 2>" + dir.file("err");
   int status = std::system(command.c_str());
   return {file_text(dir.file("out")), file_text(dir.file("err")), WEXITSTATUS(status)};
 }
@@ -134,13 +137,29 @@ TEST_F(QuorlinadminTest, CreateSendsTheRequestDocumentAndPrintsTheId) {
             "quorlinadmin:CreateNetwork: Network " + name + " successfully created with id 1000\n");
 }
 
-TEST_F(QuorlinadminTest, CreateRetriesUnderAFreshNameAfterTenSeconds) {
-  service_.refuse_add_network(1);
-  ToolRun run = run_tool("create alice bob");
-  EXPECT_EQ(run.out, "1000");
-  std::vector<std::string> requests = service_.requests();
-  ASSERT_EQ(requests.size(), 4u);
-  EXPECT_NE(requests[1], requests[3]);
+// Five attempts, each under a fresh name, with ten seconds of waiting after each failed one,
+// the fifth too. faketime runs the tool's clock ten times as fast, so that each pause takes one
+// second of the test's time: four refusals take four, and nine- or eleven-second pauses 3.6 or
+// 4.4.
+TEST_F(QuorlinadminTest, CreateMakesFiveAttemptsTenSecondsApart) {
+  ASSERT_EQ(access("/usr/bin/faketime", X_OK), 0) << "install the Debian package faketime";
+  for (int refused : {4, 5}) {
+    SCOPED_TRACE(refused);
+    service_.clear_requests();
+    service_.refuse_add_network(refused);
+    const auto start = std::chrono::steady_clock::now();
+    // ASan's runtime need not come first in the library list when faketime's is preloaded.
+    ToolRun run = run_tool("create alice bob",
+                           "ASAN_OPTIONS=verify_asan_link_order=0 /usr/bin/faketime -f '+0 x10' ");
+    const double seconds =
+        std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+    EXPECT_EQ(run.out, refused == 4 ? "1000" : "fail");
+    const std::vector<std::string> requests = service_.requests();
+    ASSERT_EQ(requests.size(), 10u);  // the form line and the document of each attempt
+    EXPECT_NE(requests[1], requests[3]);
+    EXPECT_GT(seconds, refused - 0.2);
+    EXPECT_LT(seconds, refused + 0.3);
+  }
 }
 
 TEST_F(QuorlinadminTest, DropSparesExactlyFriends) {
