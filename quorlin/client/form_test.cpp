@@ -87,14 +87,6 @@ TEST(ReadLine, TimesOutOnSilenceWithTheTextSoFar) {
   close(ends[1]);
 }
 
-TEST(TextLine, SetsNextAfterTheLineEndOrMinusOne) {
-  long next = 0;
-  EXPECT_EQ(text_line("ab\r\ncd", next), "ab");
-  EXPECT_EQ(next, 4);
-  EXPECT_EQ(text_line("cd", next), "cd");
-  EXPECT_EQ(next, -1);
-}
-
 TEST(ScanField, CountsUpToDelimiterOrLineBreak) {
   const struct {
     const char* text;

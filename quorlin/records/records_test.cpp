@@ -83,21 +83,5 @@ TEST(Shares, ConstructorsSetTypeNameAndEmptyAccessList) {
   EXPECT_EQ(shares.first, nullptr);
 }
 
-TEST(FixedText, IsCutToTheFieldAndAbsentTextLeavesItEmpty) {
-  auto info = peer_connection_info_new();
-  copy_fixed_text(info->peer_ip, std::string(100, 'x'));
-  EXPECT_EQ(std::strlen(info->peer_ip), sizeof info->peer_ip - 1);
-  copy_fixed_text(info->peer_ip, std::nullopt);
-  EXPECT_STREQ(info->peer_ip, "");
-}
-
-TEST(AddNetworkRequest, NewStoresTheCallersMembersList) {
-  auto members = list_create<Text>();
-  TextList* given = members.get();
-  auto request = add_network_request_new("n", std::move(members), 1, 2);
-  EXPECT_EQ(request->members.get(), given);
-  EXPECT_EQ(request->name, "n");
-}
-
 }  // namespace
 }  // namespace quorlin
