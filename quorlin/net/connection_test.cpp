@@ -104,18 +104,29 @@ TEST(ConnectionOpen, SourcePortInUseGivesMinusOneAfterBindError) {
   EXPECT_EQ(testing::open_descriptor_count(), before);
 }
 
-TEST(ConnectionOpen, TracesEveryStepAtThresholdZero) {
+// Traces are printed at a threshold of 0 only, errors at 4 or below.
+TEST(ConnectionOpen, TracesAtZeroAndErrorsUpToFour) {
   ScriptedServer server(testing::echo_handler());
-  net_set_option("debug", 0);
-  ::testing::internal::CaptureStdout();
-  Connection connection = connection_open(0, "127.0.0.1", server.port());
-  connection_close(connection);
-  std::string traces = ::testing::internal::GetCapturedStdout();
-  net_set_option("debug", 5);
-  std::string fd = std::to_string(connection);
+  const int closed_port = testing::free_port();
+  const auto printed = [](int threshold, int port, Connection& connection) {
+    net_set_option("debug", threshold);
+    ::testing::internal::CaptureStdout();
+    connection = connection_open(0, "127.0.0.1", port);
+    if (connection >= 0) connection_close(connection);
+    std::string text = ::testing::internal::GetCapturedStdout();
+    net_set_option("debug", 5);
+    return text;
+  };
+  Connection connection = -1;
+  const std::string traces = printed(0, server.port(), connection);
+  const std::string fd = std::to_string(connection);
   EXPECT_EQ(traces, "Opening connection\n***** Creating socket ***** " + fd +
                         " port 0\nSOURCE PORT 0\n***** Connecting socket ***** " + fd +
                         "\nOpened connection\n***** Closing socket ***** " + fd + "\n");
+  EXPECT_EQ(printed(1, server.port(), connection), "");
+  EXPECT_EQ(printed(4, closed_port, connection),
+            "Could not connect\nCould not connect to server\n");
+  EXPECT_EQ(printed(5, closed_port, connection), "");
 }
 
 TEST(Connection, EchoesAMegabyteAndResetsOnClose) {
