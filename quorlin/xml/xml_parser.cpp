@@ -136,20 +136,11 @@ class OpenNames {
   long insert(long frame, FrameStack& frames) {
     if ((size_ + removed_ + 1) * 2 > slots_.size()) rebuild(frames);
     Frame& entering = frames[frame];
-    const std::size_t mask = slots_.size() - 1;
-    std::size_t reuse = slots_.size();
-    std::size_t at = entering.hash & mask;
-    for (;; at = (at + 1) & mask) {
-      const Slot& slot = slots_[at];
-      if (slot.frame == kFree) break;
-      if (slot.frame == kRemoved) {
-        if (reuse == slots_.size()) reuse = at;
-      } else if (slot.hash == entering.hash && frames[slot.frame].name == entering.name) {
-        return slot.frame;
-      }
-    }
-    if (reuse != slots_.size()) {
-      at = reuse;
+    std::size_t removed_slot = slots_.size();
+    std::size_t at = slot_of(entering.name, entering.hash, frames, &removed_slot);
+    if (slots_[at].frame >= 0) return slots_[at].frame;
+    if (removed_slot != slots_.size()) {
+      at = removed_slot;
       --removed_;
     }
     slots_[at] = Slot{entering.hash, static_cast<std::int32_t>(frame)};
@@ -177,13 +168,17 @@ class OpenNames {
   };
   static std::uint32_t low_half(std::uint64_t hash) { return static_cast<std::uint32_t>(hash); }
 
-  // The slot that holds `name`, or the free slot where it belongs; removed slots are passed.
-  std::size_t slot_of(std::string_view name, std::uint64_t hash, const FrameStack& frames) const {
+  // The slot that holds `name`, or the free slot where it belongs; removed slots are passed,
+  // and the first of them is left in `first_removed` when it is given.
+  std::size_t slot_of(std::string_view name, std::uint64_t hash, const FrameStack& frames,
+                      std::size_t* first_removed = nullptr) const {
     const std::size_t mask = slots_.size() - 1;
     for (std::size_t at = hash & mask;; at = (at + 1) & mask) {
       const Slot& slot = slots_[at];
-      if (slot.frame == kFree ||
-          (slot.frame >= 0 && slot.hash == low_half(hash) && frames[slot.frame].name == name)) {
+      if (slot.frame == kFree) return at;
+      if (slot.frame == kRemoved) {
+        if (first_removed != nullptr && *first_removed == slots_.size()) *first_removed = at;
+      } else if (slot.hash == low_half(hash) && frames[slot.frame].name == name) {
         return at;
       }
     }
