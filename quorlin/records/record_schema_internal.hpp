@@ -95,15 +95,19 @@ Word word_at(const char* bytes) {
   return word;
 }
 
-// Most names are 4 to 16 bytes: two overlapping word loads compare them without a call.
+// Most names are 4 to 32 bytes: overlapping word loads compare them without a call.
 inline bool same_name(std::string_view a, std::string_view b) {
   const std::size_t size = a.size();
   if (size != b.size()) return false;
   const char* x = a.data();
   const char* y = b.data();
-  if (size >= 8 && size <= 16) {
-    return word_at<std::uint64_t>(x) == word_at<std::uint64_t>(y) &&
-           word_at<std::uint64_t>(x + size - 8) == word_at<std::uint64_t>(y + size - 8);
+  if (size >= 8 && size <= 32) {
+    using Word = std::uint64_t;
+    const bool ends_same = word_at<Word>(x) == word_at<Word>(y) &&
+                           word_at<Word>(x + size - 8) == word_at<Word>(y + size - 8);
+    if (size <= 16 || !ends_same) return ends_same;
+    return word_at<Word>(x + 8) == word_at<Word>(y + 8) &&
+           word_at<Word>(x + size - 16) == word_at<Word>(y + size - 16);
   }
   if (size >= 4 && size < 8) {
     return word_at<std::uint32_t>(x) == word_at<std::uint32_t>(y) &&
@@ -160,7 +164,7 @@ void write_record(const Schema<Record>& schema, const Record& record, std::strin
 template <typename Record, typename Make>
 std::unique_ptr<Record> read_record(const Schema<Record>& schema, const XmlNode& element,
                                     Make make) {
-  if (xml_node_name(element) != schema.element) return nullptr;
+  if (!same_name(xml_node_name(element), schema.element)) return nullptr;
   std::unique_ptr<Record> record = make();
   read_fields(schema, element, *record);
   return record;

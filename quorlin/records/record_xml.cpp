@@ -323,9 +323,9 @@ std::unique_ptr<NotificationList> notification_list_from_xml(const XmlNode& elem
 
 void string_list_read(const XmlNode& element, std::string_view list_name,
                       std::string_view item_name, TextList& list) {
-  if (xml_node_name(element) != list_name) return;
+  if (!schema::same_name(xml_node_name(element), list_name)) return;
   for (const XmlNode& child : xml_node_children(element)) {
-    if (xml_node_name(child) == item_name) list_append(list, xml_text_dup(child));
+    if (schema::same_name(xml_node_name(child), item_name)) list_append(list, xml_text_dup(child));
   }
 }
 
@@ -334,10 +334,11 @@ std::unique_ptr<PeerMember> peer_member_from_xml(const XmlNode& element, PeerNet
 }
 
 void peer_member_list_read(const XmlNode& element, PeerNetwork& network) {
-  if (xml_node_name(element) != "PeerMembers") return;
+  if (!schema::same_name(xml_node_name(element), "PeerMembers")) return;
   for (const XmlNode& child : xml_node_children(element)) {
-    if (xml_node_name(child) == "PeerMember") {
-      list_append(network.peer_members, peer_member_from_xml(child, &network));
+    if (schema::same_name(xml_node_name(child), kPeerMember.element)) {
+      // The network is still being read: no other thread can reach its List yet.
+      list_append_unlocked(network.peer_members, peer_member_from_xml(child, &network));
     }
   }
 }
@@ -370,7 +371,8 @@ std::unique_ptr<PeerConnectionInfo> peer_connection_info_parse(std::string_view 
 std::unique_ptr<PeerNetworkList> peer_network_list_parse(std::string_view text) {
   auto list = list_create<std::unique_ptr<PeerNetwork>>();
   const bool read = peer_network_list_each(
-      text, [&](std::unique_ptr<PeerNetwork> network) { list_append(*list, std::move(network)); });
+      text,
+      [&](std::unique_ptr<PeerNetwork> network) { list_append_unlocked(*list, std::move(network)); });
   return read ? std::move(list) : nullptr;
 }
 
