@@ -10,8 +10,15 @@
 
 #include <algorithm>
 #include <string_view>
+#include <vector>
 
 namespace quorlin::bench {
+
+// The fastest repetition: other work on a shared VM only ever adds time, so with repetitions the
+// minimum is the steadiest figure to set beside a peer's.
+inline double fastest(const std::vector<double>& repetitions) {
+  return repetitions.empty() ? 0.0 : *std::min_element(repetitions.begin(), repetitions.end());
+}
 
 inline int run_benchmarks(int argc, char** argv) {
   const auto last = std::remove_if(argv + 1, argv + argc, [](const char* argument) {

@@ -38,9 +38,9 @@ class RecordOut {
   // An element that holds the given text, or nothing for std::nullopt.
   void element(std::string_view name, OptionalText text) {
     if (text_ != nullptr) {
-      append("<", name, ">");
-      if (text) text_->append(*text);
-      append("</", name, ">");
+      open_tag(name);
+      if (text) *text_ += *text;
+      close_tag(name);
     } else {
       xml_node_set_text(xml_add_element(*path_.back(), name), text);
     }
@@ -49,22 +49,31 @@ class RecordOut {
   // An element whose children follow, up to close(name).
   void open(std::string_view name) {
     if (text_ != nullptr) {
-      append("<", name, ">");
+      open_tag(name);
     } else {
       path_.push_back(&xml_add_element(*path_.back(), name));
     }
   }
   void close(std::string_view name) {
     if (text_ != nullptr) {
-      append("</", name, ">");
+      close_tag(name);
     } else {
       path_.pop_back();
     }
   }
 
  private:
-  void append(std::string_view before, std::string_view name, std::string_view after) {
-    text_->append(before).append(name).append(after);
+  // Single bytes go in with push_back, whose fast path is inline; a one-byte append is a call.
+  void open_tag(std::string_view name) {
+    *text_ += '<';
+    *text_ += name;
+    *text_ += '>';
+  }
+  void close_tag(std::string_view name) {
+    *text_ += '<';
+    *text_ += '/';
+    *text_ += name;
+    *text_ += '>';
   }
 
   std::vector<XmlNode*> path_;
