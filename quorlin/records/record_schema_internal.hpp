@@ -197,7 +197,13 @@ constexpr Field<RecordOf<Member>> text(std::string_view element) {
   using Record = RecordOf<Member>;
   return {element,
           [](const Field<Record>&, const XmlNode& child, Record& record) {
-            record.*Member = xml_text_dup(child);
+            // Built in place: a temporary Text would copy the bytes twice.
+            Text& value = record.*Member;
+            if (const auto text = xml_node_text(child)) {
+              value.emplace(*text);
+            } else {
+              value.reset();
+            }
           },
           [](const Field<Record>& field, const Record& record, RecordOut& out) {
             const Text& value = record.*Member;
