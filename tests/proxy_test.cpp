@@ -1,5 +1,7 @@
 // The tunnel through real proxy servers from Debian's packages, each started on a free loopback
-// port, with real bytes sent to a loopback echo target and back.
+// port: microsocks (SOCKS5 with a password), ssh -D (SOCKS4a and SOCKS5) and tinyproxy (HTTP
+// CONNECT, open and with Basic authentication). Each row opens a tunnel to a loopback echo
+// target and sends a line through it, or expects -1 with no descriptor of ours left open.
 #include <gtest/gtest.h>
 
 #include <unistd.h>
@@ -16,192 +18,120 @@ namespace quorlin {
 namespace {
 
 using testing::ChildProcess;
-using testing::ScriptedServer;
-using testing::TempDir;
 
-constexpr char kUser[] = "alice";
-constexpr char kPassword[] = "s3cret";
-
-bool have_program(const std::string& path) {
-  return access(path.c_str(), X_OK) == 0;
-}
-
-#define REQUIRE_PROGRAM(path, package) \
-  ASSERT_TRUE(have_program(path)) << path << " is missing: install the Debian package " package
-
-std::unique_ptr<ProxySettings> settings_for(unsigned type, int port, const char* user = nullptr,
-                                            const char* password = nullptr) {
-  auto settings = proxy_settings_new();
-  proxy_settings_set_int(*settings, "proxy_type", static_cast<int>(type));
-  proxy_settings_set_text(*settings, "proxy_host", "127.0.0.1");
-  proxy_settings_set_int(*settings, "proxy_port", port);
-  if (user != nullptr) proxy_settings_set_text(*settings, "proxy_user", user);
-  if (password != nullptr) proxy_settings_set_text(*settings, "proxy_password", password);
-  return settings;
-}
-
-// Opens the tunnel, sends a line through it to the echo target and reads it back.
-void expect_tunnel(const ProxySettings& settings, const ScriptedServer& target) {
-  int served = target.served();
-  int descriptor = proxy_connect(settings, 0, "127.0.0.1", target.port());
-  ASSERT_GT(descriptor, 0);
-  const std::string line = "through the tunnel\n";
-  EXPECT_EQ(send_all(descriptor, line.data(), line.size()), long(line.size()));
-  std::string echoed(line.size(), '\0');
-  int status;
-  EXPECT_EQ(recv_exact(descriptor, echoed.data(), echoed.size(), 5000, status), long(line.size()));
-  EXPECT_EQ(echoed, line);
-  connection_close(descriptor);
-  // The target's end closes in its own thread; wait, so descriptor counts that follow are stable.
-  EXPECT_TRUE(target.wait_served_more_than(served));
-}
-
-// A failed tunnel returns -1 and leaves no descriptor of ours open.
-void expect_failure(const ProxySettings& settings, int target_port) {
-  int before = testing::open_descriptor_count();
-  EXPECT_EQ(proxy_connect(settings, 0, "127.0.0.1", target_port), -1);
-  EXPECT_EQ(testing::open_descriptor_count(), before);
-}
+struct Row {
+  unsigned type;
+  const char* user;
+  const char* password;
+  bool to_closed_port;
+  bool opens;
+};
 
 class ProxyTest : public ::testing::Test {
  protected:
-  // "" once the server listens on `port`, else why it does not; a test stops there, so that one
-  // missing server does not show as a cascade of failed tunnels.
-  std::string start(const std::vector<std::string>& argv, int port) {
-    server_ = std::make_unique<ChildProcess>(argv, dir_.file("server.log"));
-    return server_->wait_until_listening(port);
+  // Starts the server by its full path (a normal user's PATH has no /usr/sbin).
+  void start(std::vector<std::string> argv, int port, const char* package) {
+    ASSERT_EQ(access(argv[0].c_str(), X_OK), 0) << argv[0] << ": install " << package;
+    servers_.push_back(std::make_unique<ChildProcess>(argv, dir_.file("server.log")));
+    ASSERT_EQ(servers_.back()->wait_until_listening(port), "");
   }
-  TempDir dir_;
-  ScriptedServer target_{testing::echo_handler()};
+
+  void check(int port, const std::vector<Row>& rows) {
+    for (const Row& row : rows) {
+      auto settings = proxy_settings_new();
+      proxy_settings_set_int(*settings, "proxy_type", static_cast<int>(row.type));
+      proxy_settings_set_text(*settings, "proxy_host", "127.0.0.1");
+      proxy_settings_set_int(*settings, "proxy_port", port);
+      if (row.user) proxy_settings_set_text(*settings, "proxy_user", row.user);
+      if (row.password) proxy_settings_set_text(*settings, "proxy_password", row.password);
+      const int descriptors = testing::open_descriptor_count();
+      const int served = target_.served();
+      const int tunnel = proxy_connect(*settings, 0, "127.0.0.1",
+                                       row.to_closed_port ? closed_port_ : target_.port());
+      SCOPED_TRACE(::testing::Message() << "type " << row.type << " user " << !!row.user
+                                        << " password " << (row.password ? row.password : "-"));
+      if (!row.opens) {
+        EXPECT_EQ(tunnel, -1);
+        EXPECT_EQ(testing::open_descriptor_count(), descriptors);
+        continue;
+      }
+      ASSERT_GT(tunnel, 0);
+      const std::string line = "through the tunnel\n";
+      EXPECT_EQ(send_all(tunnel, line.data(), line.size()), long(line.size()));
+      EXPECT_EQ(testing::read_bytes(tunnel, line.size()), line);
+      connection_close(tunnel);
+      EXPECT_TRUE(target_.wait_served_more_than(served));
+    }
+  }
+
+  testing::TempDir dir_;
+  testing::ScriptedServer target_{testing::echo_handler()};
   int closed_port_ = testing::free_port();
-  std::unique_ptr<ChildProcess> server_;
+  int port_ = testing::free_port();
+  std::vector<std::unique_ptr<ChildProcess>> servers_;  // stopped in reverse order
+  ~ProxyTest() override {
+    while (!servers_.empty()) servers_.pop_back();
+  }
 };
 
 TEST_F(ProxyTest, Socks5WithPasswordThroughMicrosocks) {
-  REQUIRE_PROGRAM("/usr/bin/microsocks", "microsocks");
-  int port = testing::free_port();
-  ASSERT_EQ(start({"/usr/bin/microsocks", "-i", "127.0.0.1", "-p", std::to_string(port), "-u",
-                   kUser, "-P", kPassword},
-                  port),
-            "");
-  expect_tunnel(*settings_for(2u, port, kUser, kPassword), target_);
-  expect_failure(*settings_for(2u, port, kUser, "wrong"), target_.port());
-  expect_failure(*settings_for(2u, port), target_.port());  // method 255
+  start({"/usr/bin/microsocks", "-i", "127.0.0.1", "-p", std::to_string(port_), "-u", "alice", "-P",
+         "s3cret"},
+        port_, "microsocks");
+  check(port_, {{2u, "alice", "s3cret", false, true},
+                {2u, "alice", "wrong", false, false},    // reply 01 02
+                {2u, nullptr, nullptr, false, false}});  // no acceptable method: 05 ff
 }
 
-TEST_F(ProxyTest, Socks4AndSocks5ThroughDante) {
-  REQUIRE_PROGRAM("/usr/sbin/danted", "dante-server");
-  int port = testing::free_port();
-  dir_.write("dante.conf", "logoutput: stderr\ninternal: 127.0.0.1 port = " + std::to_string(port) +
-                               "\nexternal: 127.0.0.1\nclientmethod: none\nsocksmethod: none\n"
-                               "client pass {\n from: 127.0.0.0/8 to: 0.0.0.0/0\n log: error\n}\n"
-                               "socks pass {\n from: 127.0.0.0/8 to: 0.0.0.0/0\n command: connect\n"
-                               " protocol: tcp\n log: error\n}\n");
-  ASSERT_EQ(
-      start({"/usr/sbin/danted", "-f", dir_.file("dante.conf"), "-p", dir_.file("danted.pid")},
-            port),
-      "");
-  expect_tunnel(*settings_for(2u, port), target_);
-  expect_failure(*settings_for(2u, port), closed_port_);
-  // dante reads the 4a marker 0.0.0.1 as an address and refuses it (status 91).
-  expect_failure(*settings_for(1u, port, "anyone"), target_.port());
-  expect_failure(*settings_for(1u, port), target_.port());  // no user id
-}
-
-TEST_F(ProxyTest, Socks4aThroughSshDynamicForwarding) {
-  REQUIRE_PROGRAM("/usr/sbin/sshd", "openssh-server");
-  REQUIRE_PROGRAM("/usr/bin/ssh", "openssh-client");
+TEST_F(ProxyTest, Socks4aAndSocks5ThroughSshDynamicForwarding) {
   const std::string& d = dir_.path();
-  int ssh_port = testing::free_port();
-  int port = testing::free_port();
-  ASSERT_EQ(std::system(("ssh-keygen -q -t ed25519 -N '' -f " + d +
-                         "/hostkey && ssh-keygen -q -t "
-                         "ed25519 -N '' -f " +
-                         d + "/clientkey && cp " + d + "/clientkey.pub " + d +
-                         "/authorized_keys && mkdir -p /run/sshd 2>/dev/null; true")
+  const int ssh_port = testing::free_port();
+  ASSERT_EQ(std::system(("ssh-keygen -q -t ed25519 -N '' -f " + d + "/hostkey && ssh-keygen -q " +
+                         "-t ed25519 -N '' -f " + d + "/clientkey && cp " + d + "/clientkey.pub " +
+                         d + "/authorized_keys && (mkdir -p /run/sshd 2>/dev/null; true)")
                             .c_str()),
             0);
   dir_.write("sshd_config", "ListenAddress 127.0.0.1\nPort " + std::to_string(ssh_port) +
-                                "\nHostKey " + d + "/hostkey\nPidFile " + d +
-                                "/sshd.pid\n"
-                                "AuthorizedKeysFile " +
-                                d +
-                                "/authorized_keys\n"
+                                "\nHostKey " + d + "/hostkey\nPidFile " + d + "/sshd.pid\n" +
+                                "AuthorizedKeysFile " + d + "/authorized_keys\n" +
                                 "PasswordAuthentication no\nKbdInteractiveAuthentication no\n"
                                 "UsePAM yes\nStrictModes no\nAllowTcpForwarding yes\n"
                                 "PermitTTY no\nX11Forwarding no\n");
-  ChildProcess sshd({"/usr/sbin/sshd", "-D", "-e", "-f", d + "/sshd_config"}, d + "/sshd.log");
-  ASSERT_EQ(sshd.wait_until_listening(ssh_port), "");
-  ASSERT_EQ(std::system(("echo \"[127.0.0.1]:" + std::to_string(ssh_port) + " $(cat " + d +
-                         "/hostkey.pub)\" > " + d + "/known_hosts")
-                            .c_str()),
-            0);
+  start({"/usr/sbin/sshd", "-D", "-e", "-f", d + "/sshd_config"}, ssh_port, "openssh-server");
+  dir_.write("known_hosts", "[127.0.0.1]:" + std::to_string(ssh_port) + " ");
+  ASSERT_EQ(std::system(("cat " + d + "/hostkey.pub >> " + d + "/known_hosts").c_str()), 0);
   const char* user = std::getenv("USER");
-  std::string login = std::string(user ? user : "root") + "@127.0.0.1";
-  ASSERT_EQ(start({"/usr/bin/ssh", "-N", "-D", "127.0.0.1:" + std::to_string(port), "-p",
-                   std::to_string(ssh_port), "-i", d + "/clientkey", "-o", "BatchMode=yes", "-o",
-                   "ExitOnForwardFailure=yes", "-o", "IdentitiesOnly=yes", "-o",
-                   "UserKnownHostsFile=" + d + "/known_hosts", login},
-                  port),
-            "");
-  expect_tunnel(*settings_for(1u, port, "anyone"), target_);
-  expect_failure(*settings_for(1u, port, "anyone"), closed_port_);
-  expect_failure(*settings_for(1u, port), target_.port());
-  server_->stop();  // the client before sshd
+  start({"/usr/bin/ssh", "-N", "-D", "127.0.0.1:" + std::to_string(port_), "-p",
+         std::to_string(ssh_port), "-i", d + "/clientkey", "-o", "BatchMode=yes", "-o",
+         "ExitOnForwardFailure=yes", "-o", "IdentitiesOnly=yes", "-o",
+         "UserKnownHostsFile=" + d + "/known_hosts",
+         std::string(user ? user : "root") + "@127.0.0.1"},
+        port_, "openssh-client");
+  check(port_, {{1u, "anyone", nullptr, false, true},
+                {1u, "anyone", nullptr, true, false},  // ssh closes without a reply
+                {1u, nullptr, nullptr, false, false},  // SOCKS4 needs a user id
+                {2u, nullptr, nullptr, false, true}});
 }
 
-std::string tinyproxy_config(int port, int target_port, int closed_port, bool with_auth) {
-  std::string config = "Port " + std::to_string(port) +
-                       "\nListen 127.0.0.1\nTimeout 30\nMaxClients 50\nAllow 127.0.0.1\n"
-                       "LogLevel Info\nDisableViaHeader Yes\nConnectPort " +
-                       std::to_string(target_port) + "\nConnectPort " +
-                       std::to_string(closed_port) + "\n";
-  if (with_auth) config += std::string("BasicAuth ") + kUser + " " + kPassword + "\n";
-  return config;
-}
-
-TEST_F(ProxyTest, HttpConnectThroughTinyproxy) {
-  REQUIRE_PROGRAM("/usr/bin/tinyproxy", "tinyproxy");
-  int port = testing::free_port();
-  dir_.write("open.conf", tinyproxy_config(port, target_.port(), closed_port_, false));
-  ASSERT_EQ(start({"/usr/bin/tinyproxy", "-d", "-c", dir_.file("open.conf")}, port), "");
-  expect_tunnel(*settings_for(3u, port), target_);
-  expect_failure(*settings_for(4u, port), closed_port_);  // 500
-
-  int auth_port = testing::free_port();
-  dir_.write("auth.conf", tinyproxy_config(auth_port, target_.port(), closed_port_, true));
-  ChildProcess authenticating({"/usr/bin/tinyproxy", "-d", "-c", dir_.file("auth.conf")},
-                              dir_.file("auth.log"));
-  ASSERT_EQ(authenticating.wait_until_listening(auth_port), "");
-  expect_tunnel(*settings_for(3u, auth_port, kUser, kPassword), target_);
-  expect_failure(*settings_for(3u, auth_port, kUser, "wrong"), target_.port());
-  expect_failure(*settings_for(3u, auth_port), target_.port());  // 407 challenge
-}
-
-TEST_F(ProxyTest, HttpConnectThroughSquidAnswers407) {
-  REQUIRE_PROGRAM("/usr/sbin/squid", "squid");
-  REQUIRE_PROGRAM("/usr/lib/squid/basic_ncsa_auth", "squid");
-  int port = testing::free_port();
-  ASSERT_EQ(std::system(("printf '" + std::string(kUser) + ":%s\\n' \"$(openssl passwd -apr1 " +
-                         kPassword + ")\" > " + dir_.file("passwd"))
-                            .c_str()),
-            0);
-  dir_.write("squid.conf",
-             "http_port 127.0.0.1:" + std::to_string(port) +
-                 "\npid_filename none\ncache_log /dev/null\naccess_log none\ncache deny all\n"
-                 "pinger_enable off\nshutdown_lifetime 0 seconds\ndns_nameservers "
-                 "127.0.0.1\nudp_outgoing_address 127.0.0.1\n"
-                 "udp_incoming_address 127.0.0.1\nauth_param basic program "
-                 "/usr/lib/squid/basic_ncsa_auth " +
-                 dir_.file("passwd") +
-                 "\nacl lo src 127.0.0.1/32\nacl users proxy_auth REQUIRED\nacl target port " +
-                 std::to_string(target_.port()) +
-                 "\nhttp_access deny !lo\nhttp_access deny !users\nhttp_access allow target\n"
-                 "http_access deny all\n");
-  ASSERT_EQ(start({"/usr/sbin/squid", "-N", "-d", "1", "-f", dir_.file("squid.conf")}, port), "");
-  expect_tunnel(*settings_for(3u, port, kUser, kPassword), target_);
-  expect_failure(*settings_for(3u, port, kUser, "wrong"), target_.port());
-  expect_failure(*settings_for(3u, port), target_.port());
+TEST_F(ProxyTest, HttpConnectThroughTinyproxyOpenAndWithBasicAuth) {
+  const int auth_port = testing::free_port();
+  for (const int port : {port_, auth_port}) {
+    std::string config = "Port " + std::to_string(port) +
+                         "\nListen 127.0.0.1\nTimeout 30\nMaxClients 50\nAllow 127.0.0.1\n"
+                         "DisableViaHeader Yes\nConnectPort " +
+                         std::to_string(target_.port()) + "\nConnectPort " +
+                         std::to_string(closed_port_) + "\n";
+    if (port == auth_port) config += "BasicAuth alice s3cret\n";
+    const std::string file = dir_.file(std::to_string(port) + ".conf");
+    dir_.write(std::to_string(port) + ".conf", config);
+    start({"/usr/bin/tinyproxy", "-d", "-c", file}, port, "tinyproxy");
+  }
+  check(port_, {{3u, nullptr, nullptr, false, true},
+                {4u, nullptr, nullptr, false, true},
+                {4u, nullptr, nullptr, true, false}});  // 500
+  check(auth_port, {{3u, "alice", "s3cret", false, true},
+                    {3u, "alice", "wrong", false, false},    // 401
+                    {3u, nullptr, nullptr, false, false}});  // 407
 }
 
 }  // namespace
