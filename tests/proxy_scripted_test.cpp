@@ -41,105 +41,55 @@ const std::string kSocks4aRequest =
     "127.0.0.1\0"s;
 const std::string kConnect = "CONNECT 127.0.0.1:80 HTTP/1.0\r\n";
 
+const std::string kGreeting = "\x05\x01\x00"s;
+const std::string kAuth = "Proxy-Authorization: Basic YWxpY2U6czNjcmV0\r\n\r\n";
+
+// clang-format off
 std::vector<ScriptCase> cases() {
   return {
-      {"socks5 IPv4 bound address",
-       2u,
-       nullptr,
-       {{"\x05\x01\x00"s, "\x05\x00"s},
-        {kSocks5Request,
-         "\x05\x00\x00\x01"
-         "\x7f\x00\x00\x01\x12\x34"
-         "X"s}},
-       true},
-      {"socks5 domain bound address",
-       2u,
-       nullptr,
-       {{"\x05\x01\x00"s, "\x05\x00"s},
-        {kSocks5Request,
-         "\x05\x00\x00\x03\x04"
-         "abcd\x12\x34"
-         "X"s}},
-       true},
-      {"socks5 IPv6 bound address",
-       2u,
-       nullptr,
-       {{"\x05\x01\x00"s, "\x05\x00"s},
-        {kSocks5Request, "\x05\x00\x00\x04"s + std::string(18, '\x01') + "X"}},
-       true},
-      {"socks5 unknown bound address type drains nothing",
-       2u,
-       nullptr,
-       {{"\x05\x01\x00"s, "\x05\x00"s}, {kSocks5Request, "\x05\x00\x00\x09X"s}},
-       true},
-      {"socks5 user and password",
-       2u,
-       "alice",
-       {{"\x05\x02\x00\x02"s, "\x05\x02"s},
-        {"\x01\x05"
-         "alice\x06"
-         "s3cret"s,
-         "\x01\x00"s},
-        {kSocks5Request,
-         "\x05\x00\x00\x01"
-         "\x7f\x00\x00\x01\x12\x34"
-         "X"s}},
-       true},
-      {"socks5 method 2 without a user", 2u, nullptr, {{"\x05\x01\x00"s, "\x05\x02"s}}, false},
-      {"socks5 refused target",
-       2u,
-       nullptr,
-       {{"\x05\x01\x00"s, "\x05\x00"s}, {kSocks5Request, "\x05\x05\x00\x01"s}},
-       false},
-      {"socks5 proxy closes mid-reply", 2u, nullptr, {{"\x05\x01\x00"s, "\x05"s}}, false},
-      {"socks4a granted",
-       1u,
-       "id",
-       {{kSocks4aRequest, "\x00\x5a\x00\x00\x00\x00\x00\x00X"s}},
-       true},
-      // The reply's length is not checked, only its second byte: one byte is not enough.
+      {"socks5 IPv4 bound address", 2u, nullptr, {{kGreeting, "\x05\x00"s},
+          {kSocks5Request, "\x05\x00\x00\x01\x7f\x00\x00\x01\x12\x34X"s}}, true},
+      {"socks5 domain bound address", 2u, nullptr, {{kGreeting, "\x05\x00"s},
+          {kSocks5Request, "\x05\x00\x00\x03\x04" "abcd\x12\x34X"s}}, true},
+      {"socks5 IPv6 bound address", 2u, nullptr, {{kGreeting, "\x05\x00"s},
+          {kSocks5Request, "\x05\x00\x00\x04"s + std::string(18, '\x01') + "X"}}, true},
+      {"socks5 unknown bound address type drains nothing", 2u, nullptr,
+          {{kGreeting, "\x05\x00"s}, {kSocks5Request, "\x05\x00\x00\x09X"s}}, true},
+      {"socks5 user and password", 2u, "alice", {{"\x05\x02\x00\x02"s, "\x05\x02"s},
+          {"\x01\x05" "alice\x06" "s3cret"s, "\x01\x00"s},
+          {kSocks5Request, "\x05\x00\x00\x01\x7f\x00\x00\x01\x12\x34X"s}}, true},
+      {"socks5 wrong password", 2u, "alice", {{"\x05\x02\x00\x02"s, "\x05\x02"s},
+          {"\x01\x05" "alice\x06" "s3cret"s, "\x01\x01"s}}, false},
+      {"socks5 greeting refused", 2u, nullptr, {{kGreeting, "\x05\xff"s}}, false},
+      {"socks5 greeting of another version", 2u, nullptr, {{kGreeting, "\x04\x00"s}}, false},
+      {"socks5 method 2 without a user", 2u, nullptr, {{kGreeting, "\x05\x02"s}}, false},
+      {"socks5 refused target", 2u, nullptr,
+          {{kGreeting, "\x05\x00"s}, {kSocks5Request, "\x05\x05\x00\x01"s}}, false},
+      {"socks5 proxy closes mid-reply", 2u, nullptr, {{kGreeting, "\x05"s}}, false},
+      {"socks4a granted", 1u, "id", {{kSocks4aRequest, "\x00\x5a\x00\x00\x00\x00\x00\x00X"s}},
+          true},
+      // Only the reply's second byte is checked: one byte is not enough.
       {"socks4 reply too short", 1u, "id", {{kSocks4aRequest, "\x00"s}}, false},
-      {"socks4 rejected",
-       1u,
-       "id",
-       {{kSocks4aRequest, "\x00\x5b\x00\x00\x00\x00\x00\x00"s}},
-       false},
-      {"http 200 with several header lines",
-       3u,
-       nullptr,
-       {{kConnect + "\r\n", "HTTP/1.0 200 Connection established\r\nA: b\r\nC: d\r\n\r\nX"}},
-       true},
-      {"http Basic authorisation",
-       3u,
-       "alice",
-       {{kConnect + "Proxy-Authorization: Basic YWxpY2U6czNjcmV0\r\n\r\n",
-         "HTTP/1.1 200 OK\r\n\r\nX"}},
-       true},
-      {"http status line without a blank",
-       3u,
-       nullptr,
-       {{kConnect + "\r\n", "HTTP/1.0-200\r\n\r\n"}},
-       false},
-      {"http 407 with challenge headers",
-       3u,
-       nullptr,
-       {{kConnect + "\r\n",
-         "HTTP/1.0 407 Proxy Authentication Required\r\nProxy-Authenticate: Basic "
-         "realm=\"q\"\r\nProxy-Authenticate: Digest x\r\n\r\n"}},
-       false},
-      {"http 401 with a user set",
-       4u,
-       "alice",
-       {{kConnect + "Proxy-Authorization: Basic YWxpY2U6czNjcmV0\r\n\r\n",
-         "HTTP/1.0 401 Unauthorized\r\nWWW-Authenticate: Basic realm=\"q\"\r\n\r\n"}},
-       false},
-      {"http 200 and the proxy closes before the blank line",
-       3u,
-       nullptr,
-       {{kConnect + "\r\n", "HTTP/1.0 200 OK\r\nA: b\r\n"}},
-       false},
+      {"socks4 rejected", 1u, "id", {{kSocks4aRequest, "\x00\x5b\x00\x00\x00\x00\x00\x00"s}},
+          false},
+      {"http 200 with several header lines", 3u, nullptr, {{kConnect + "\r\n",
+          "HTTP/1.0 200 Connection established\r\nA: b\r\nC: d\r\n\r\nX"}}, true},
+      {"http Basic authorisation", 3u, "alice", {{kConnect + kAuth, "HTTP/1.1 200 OK\r\n\r\nX"}},
+          true},
+      {"http status line without a blank", 3u, nullptr,
+          {{kConnect + "\r\n", "HTTP/1.0-200\r\n\r\n"}}, false},
+      {"http 407 with challenge headers", 3u, nullptr, {{kConnect + "\r\n",
+          "HTTP/1.0 407 Proxy Authentication Required\r\nProxy-Authenticate: Basic "
+          "realm=\"q\"\r\nProxy-Authenticate: Digest x\r\n\r\n"}}, false},
+      {"http 401 with a user set", 4u, "alice", {{kConnect + kAuth,
+          "HTTP/1.0 401 Unauthorized\r\nWWW-Authenticate: Basic realm=\"q\"\r\n\r\n"}}, false},
+      {"http 200 and the proxy closes before the blank line", 3u, nullptr,
+          {{kConnect + "\r\n", "HTTP/1.0 200 OK\r\nA: b\r\n"}}, false},
+      {"http proxy closes before the status line ends", 3u, nullptr,
+          {{kConnect + "\r\n", "HTTP/1.0 200"}}, false},
   };
 }
+// clang-format on
 
 TEST(ProxyScripted, NegotiationTable) {
   for (const ScriptCase& c : cases()) {
@@ -152,14 +102,8 @@ TEST(ProxyScripted, NegotiationTable) {
       // A failing script ends by closing, so replies cut short end at the tunnel too.
       if (c.succeeds) testing::read_bytes(descriptor, 1);
     });
-    auto settings = proxy_settings_new();
-    proxy_settings_set_int(*settings, "proxy_type", static_cast<int>(c.type));
-    proxy_settings_set_text(*settings, "proxy_host", "127.0.0.1");
-    proxy_settings_set_int(*settings, "proxy_port", proxy.port());
-    if (c.user != nullptr) {
-      proxy_settings_set_text(*settings, "proxy_user", c.user);
-      proxy_settings_set_text(*settings, "proxy_password", "s3cret");
-    }
+    const auto settings =
+        testing::loopback_proxy(c.type, proxy.port(), c.user, c.user ? "s3cret" : nullptr);
     int before = testing::open_descriptor_count();
     int descriptor = proxy_connect(*settings, 0, "127.0.0.1", 80);
     std::string expected;

@@ -38,12 +38,7 @@ class ProxyTest : public ::testing::Test {
 
   void check(int port, const std::vector<Row>& rows) {
     for (const Row& row : rows) {
-      auto settings = proxy_settings_new();
-      proxy_settings_set_int(*settings, "proxy_type", static_cast<int>(row.type));
-      proxy_settings_set_text(*settings, "proxy_host", "127.0.0.1");
-      proxy_settings_set_int(*settings, "proxy_port", port);
-      if (row.user) proxy_settings_set_text(*settings, "proxy_user", row.user);
-      if (row.password) proxy_settings_set_text(*settings, "proxy_password", row.password);
+      const auto settings = testing::loopback_proxy(row.type, port, row.user, row.password);
       const int descriptors = testing::open_descriptor_count();
       const int served = target_.served();
       const int tunnel = proxy_connect(*settings, 0, "127.0.0.1",

@@ -195,4 +195,15 @@ ScriptedServer::Handler echo_handler() {
   };
 }
 
+std::unique_ptr<ProxySettings> loopback_proxy(unsigned type, int port, const char* user,
+                                              const char* password) {
+  auto settings = proxy_settings_new();
+  proxy_settings_set_int(*settings, "proxy_type", static_cast<int>(type));
+  proxy_settings_set_text(*settings, "proxy_host", "127.0.0.1");
+  proxy_settings_set_int(*settings, "proxy_port", port);
+  if (user != nullptr) proxy_settings_set_text(*settings, "proxy_user", user);
+  if (password != nullptr) proxy_settings_set_text(*settings, "proxy_password", password);
+  return settings;
+}
+
 }  // namespace quorlin::testing

@@ -7,11 +7,13 @@
 
 #include <atomic>
 #include <functional>
+#include <memory>
 #include <mutex>
 #include <string>
 #include <thread>
 #include <vector>
 
+#include "quorlin/net/proxy.hpp"
 #include "tools/loopback_server/loopback_server.hpp"
 
 namespace quorlin::testing {
@@ -77,6 +79,10 @@ ScriptedServer::Handler answer_one_line(std::string reply);
 
 // A server that echoes every connection's bytes back until the peer closes.
 ScriptedServer::Handler echo_handler();
+
+// Settings for a proxy of `type` on 127.0.0.1:port, with the user and password when given.
+std::unique_ptr<ProxySettings> loopback_proxy(unsigned type, int port, const char* user = nullptr,
+                                              const char* password = nullptr);
 
 }  // namespace quorlin::testing
 
