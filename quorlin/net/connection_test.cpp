@@ -153,7 +153,7 @@ TEST(Connection, EchoesAMegabyteAndResetsOnClose) {
   EXPECT_EQ(peer_errno, ECONNRESET);
 }
 
-TEST(Datagram, ReceivesOneDatagramOrTimesOut) {
+TEST(ServerSocket, DatagramsArriveOrTimeOutAndStreamSocketsListen) {
   int receiver = server_socket_open("127.0.0.1", testing::free_port(), true, 1);
   ASSERT_GT(receiver, 0);
   sockaddr_in address{};
@@ -173,6 +173,15 @@ TEST(Datagram, ReceivesOneDatagramOrTimesOut) {
   EXPECT_EQ(source.sin_addr.s_addr, htonl(INADDR_LOOPBACK));
   connection_close(sender);
   connection_close(receiver);
+
+  // A stream server socket listens: a connection to it is accepted into its backlog.
+  const int port = testing::free_port();
+  const int listener = server_socket_open("127.0.0.1", port, false, 1);
+  ASSERT_GT(listener, 0);
+  const Connection client = connection_open(0, "127.0.0.1", port);
+  EXPECT_GT(client, 0);
+  connection_close(client);
+  connection_close(listener);
 }
 
 }  // namespace
