@@ -60,6 +60,14 @@ TEST(ServiceOperations, RequestLinesAndResultsAgainstTheSimulator) {
   auto network = add_network("n", members, 0, 1);
   ASSERT_NE(network, nullptr);
   EXPECT_EQ(network->name, "n");
+  PeerConnectionInfo info{};
+  EXPECT_EQ(get_connection_info(1, "alice", info), 0);
+  EXPECT_STREQ(info.peer, "alice");
+  EXPECT_STREQ(info.peer_host_ip, "203.0.113.7");
+  EXPECT_EQ(info.initiator, 1);
+  PeerConnectionInfo untouched{};
+  EXPECT_EQ(get_connection_info(1, "nobody", untouched), -1);
+  EXPECT_STREQ(untouched.peer, "");
 
   const std::vector<std::string> expected = {
       "p2pnet_command=2&p2pnet_type=0",
@@ -81,68 +89,62 @@ TEST(ServiceOperations, RequestLinesAndResultsAgainstTheSimulator) {
       "p2pnet_command=3",
       "<AddNetworkRequest><Name>n</Name><Members><Member>a</Member></Members><Type>0</Type>"
       "<ConnectionType>1</ConnectionType></AddNetworkRequest>",
+      "p2pnet_command=7&p2pnet_network=1&p2pnet_peer=alice",
+      "p2pnet_command=7&p2pnet_network=1&p2pnet_peer=nobody",
   };
   EXPECT_EQ(service.requests(), expected);
 }
 
-TEST(ServiceOperations, ConnectionInfoReadsItsSecondLine) {
-  ServiceSimulator service;
-  ASSERT_TRUE(service.start()) << "port 7000 is taken";
+// What each operation makes of a reply: its result, then what it wrote to the caller's buffer or
+// record.
+std::string local_ip() {
+  char buffer[16] = "untouched";
+  return std::to_string(get_local_ip(buffer)) + " " + buffer;
+}
+std::string chat_message() {
+  char buffer[16] = "untouched";
+  return std::to_string(receive_chat_message(1, "p", buffer)) + " " + buffer;
+}
+std::string connection_info() {
   PeerConnectionInfo info{};
-  EXPECT_EQ(get_connection_info(1, "alice", info), 0);
-  EXPECT_STREQ(info.peer, "alice");
-  EXPECT_STREQ(info.peer_host_ip, "203.0.113.7");
-  EXPECT_EQ(info.initiator, 1);
-  PeerConnectionInfo untouched{};
-  EXPECT_EQ(get_connection_info(1, "nobody", untouched), -1);
-  EXPECT_STREQ(untouched.peer, "");
+  copy_fixed_text(info.peer, "kept");
+  const int retval = get_connection_info(1, "p", info);
+  return std::to_string(retval) + " " + info.peer + " " + std::to_string(std::strlen(info.peer_ip));
+}
+std::string networks() {
+  return get_networks(0) ? "a list" : "null";
 }
 
-// Each case answers one request with fixed bytes, then closes.
-struct ReplyCase {
-  std::string reply;
-  int retval;
-  const char* buffer_after;
-};
-
-TEST(ServiceReplies, IntegerShapesAndBufferCopies) {
-  const ReplyCase local_ip_cases[] = {
-      {"p2pnet_retval=-3\r\n", -3, "untouched"},
-      {"p2pnet_retval=abc\r\n", 0, "untouched"},
-      {"foo=1\r\n", -601, "untouched"},
-      {"\r\n", -601, "untouched"},
-      {"", -601, "untouched"},
-      {"p2pnet_retval=-1&p2pnet_local_ip=1.2.3.4\r\n", -1, "untouched"},
-      {"p2pnet_retval=0&p2pnet_local_ip=1.2.3.4", 0, "1.2.3.4"},  // cut before the LF
-      {"p2pnet_retval=0&p2pnet_local_ip=" + std::string(100, '9') + "\r\n", 0,
-       "999999999999999"},  // cut to the buffer
+// Each row answers one request with fixed bytes, then closes.
+TEST(ServiceReplies, ResultsAndCopiesForEachShapeOfReply) {
+  std::string deep;
+  for (int i = 0; i < 1'000'000; ++i) deep += "<a>";
+  const struct {
+    std::string reply;
+    std::string (*call)();
+    std::string expected;
+  } rows[] = {
+      {"p2pnet_retval=-3\r\n", local_ip, "-3 untouched"},
+      {"p2pnet_retval=abc\r\n", local_ip, "0 untouched"},
+      {"foo=1\r\n", local_ip, "-601 untouched"},
+      {"\r\n", local_ip, "-601 untouched"},
+      {"", local_ip, "-601 untouched"},
+      {"p2pnet_retval=-1&p2pnet_local_ip=1.2.3.4\r\n", local_ip, "-1 untouched"},
+      {"p2pnet_retval=0&p2pnet_local_ip=1.2.3.4", local_ip, "0 1.2.3.4"},  // cut before the LF
+      {"p2pnet_retval=0&p2pnet_local_ip=" + std::string(100, '9') + "\r\n", local_ip,
+       "0 999999999999999"},  // cut to the buffer
+      {"p2pnet_chat_mesg=late&p2pnet_retval=-7\r\n", chat_message, "-7 late"},
+      {"p2pnet_retval=2\r\n", connection_info, "2 kept 0"},
+      {"p2pnet_retval=2\r\n<PeerConnectionInfo>", connection_info, "2 kept 0"},
+      {"p2pnet_retval=0\r\n<PeerConnectionInfo><Peer>" + std::string(5000, 'p') +
+           "</Peer><PeerIp>" + std::string(500, '1') + "</PeerIp></PeerConnectionInfo>\n",
+       connection_info, "0 " + std::string(254, 'p') + " 47"},  // fixed fields cut
+      {deep + "\n", networks, "null"},
   };
-  for (const auto& c : local_ip_cases) {
-    testing::ScriptedServer service(testing::answer_one_line(c.reply), 7000);
+  for (const auto& row : rows) {
+    testing::ScriptedServer service(testing::answer_one_line(row.reply), 7000);
     ASSERT_TRUE(service.listening()) << "port 7000 is taken";
-    char buffer[16] = "untouched";
-    EXPECT_EQ(get_local_ip(buffer), c.retval) << c.reply;
-    EXPECT_STREQ(buffer, c.buffer_after) << c.reply;
-  }
-}
-
-TEST(ServiceReplies, ChatMessageIsCopiedForAnyRetval) {
-  testing::ScriptedServer service(
-      testing::answer_one_line("p2pnet_chat_mesg=late&p2pnet_retval=-7\r\n"), 7000);
-  ASSERT_TRUE(service.listening()) << "port 7000 is taken";
-  char buffer[16] = {};
-  EXPECT_EQ(receive_chat_message(1, "p", buffer), -7);
-  EXPECT_STREQ(buffer, "late");
-}
-
-TEST(ServiceReplies, ConnectionInfoWithoutItsSecondLineLeavesTheRecord) {
-  for (const char* reply : {"p2pnet_retval=2\r\n", "p2pnet_retval=2\r\n<PeerConnectionInfo>"}) {
-    testing::ScriptedServer service(testing::answer_one_line(reply), 7000);
-    ASSERT_TRUE(service.listening()) << "port 7000 is taken";
-    PeerConnectionInfo info{};
-    copy_fixed_text(info.peer, "kept");
-    EXPECT_EQ(get_connection_info(1, "p", info), 2);
-    EXPECT_STREQ(info.peer, "kept");
+    EXPECT_EQ(row.call(), row.expected) << row.reply.substr(0, 80);
   }
 }
 
@@ -163,26 +165,6 @@ TEST(ServiceReplies, HostileServiceNeverCrashesOrLeaks) {
   }
   service.misbehave(Misbehaviour::kDelay, 200);
   EXPECT_NE(get_networks(0), nullptr);
-}
-
-TEST(ServiceReplies, DeepAndOverlongDocumentsAreReadSafely) {
-  std::string deep;
-  for (int i = 0; i < 1'000'000; ++i) deep += "<a>";
-  std::string overlong = "p2pnet_retval=0\r\n<PeerConnectionInfo><Peer>" + std::string(5000, 'p') +
-                         "</Peer><PeerIp>" + std::string(500, '1') +
-                         "</PeerIp></PeerConnectionInfo>\n";
-  for (const std::string& reply : {deep + "\n", overlong}) {
-    testing::ScriptedServer service(testing::answer_one_line(reply), 7000);
-    ASSERT_TRUE(service.listening()) << "port 7000 is taken";
-    if (reply == overlong) {
-      PeerConnectionInfo info{};
-      EXPECT_EQ(get_connection_info(1, "p", info), 0);
-      EXPECT_EQ(std::strlen(info.peer), sizeof info.peer - 1);
-      EXPECT_EQ(std::strlen(info.peer_ip), sizeof info.peer_ip - 1);
-    } else {
-      EXPECT_EQ(get_networks(0), nullptr);
-    }
-  }
 }
 
 }  // namespace
