@@ -59,6 +59,10 @@ const char kGamingListing[] =
     "Owner. Member: me, IP: (null), Status 1\nMember: dave, IP: (null), Status 1\n"
     "Member: erin, IP: (null), Status 1\nMember: frank, IP: (null), Status 1\n";
 
+const std::string kEveryListing = std::string(kSeedListing) + kGamingListing;
+const char kNotCreated[] =
+    "quorlinadmin:CreateNetwork: argument list is incorrect. Network is not created\n";
+
 class QuorlinadminTest : public ::testing::Test {
  protected:
   void SetUp() override { ASSERT_TRUE(service_.start()) << "port 7000 is taken"; }
@@ -69,55 +73,33 @@ TEST_F(QuorlinadminTest, ArgumentRulesAndExitStatuses) {
   const struct {
     const char* arguments;
     const char* out;
-    const char* err;
+    std::string err;
     int status;
     std::vector<std::string> requests;
   } cases[] = {
+      // clang-format off
       {"", "", kUsage, 1, {}},
       {"create alice", "", kUsage, 1, {}},
       {"status", "", "", 0, {}},
-      {"invite",
-       "fail",
-       "quorlinadmin:CreateNetwork: argument list is incorrect. Network is not created\n",
-       1,
-       {}},
-      {"invite 5",
-       "fail",
-       "quorlinadmin:CreateNetwork: argument list is incorrect. Network is not created\n",
-       1,
-       {}},
-      {"invite 12abc a@b.c",
-       "fail",
-       "",
-       1,
-       {"p2pnet_command=5&p2pnet_network=12&p2pnet_email=a%40b.c"}},
-      {"invite 2 a@b.c extra",
-       "ok",
-       "",
-       1,
-       {"p2pnet_command=5&p2pnet_network=2&p2pnet_email=a%40b.c"}},
+      {"invite", "fail", kNotCreated, 1, {}},
+      {"invite 5", "fail", kNotCreated, 1, {}},
+      {"invite 12abc a@b.c", "fail", "", 1, {"p2pnet_command=5&p2pnet_network=12&p2pnet_email=a%40b.c"}},
+      {"invite 2 a@b.c extra", "ok", "", 1, {"p2pnet_command=5&p2pnet_network=2&p2pnet_email=a%40b.c"}},
+      {"list", "", kEveryListing, 0, {"p2pnet_command=2&p2pnet_type=0"}},
       {"list 3", "", kGamingListing, 0, {"p2pnet_command=2&p2pnet_type=3"}},
-      {"list abc", "", nullptr, 0, {"p2pnet_command=2&p2pnet_type=0"}},
-      {"list 3 4", "", nullptr, 0, {"p2pnet_command=2&p2pnet_type=0"}},
+      {"list abc", "", kEveryListing, 0, {"p2pnet_command=2&p2pnet_type=0"}},
+      {"list 3 4", "", kEveryListing, 0, {"p2pnet_command=2&p2pnet_type=0"}},
+      // clang-format on
   };
   for (const auto& c : cases) {
     service_.reset();
     service_.clear_requests();
     ToolRun run = run_tool(c.arguments);
     EXPECT_EQ(run.out, c.out) << c.arguments;
-    if (c.err != nullptr) {
-      EXPECT_EQ(run.err, c.err) << c.arguments;
-    }
+    EXPECT_EQ(run.err, c.err) << c.arguments;
     EXPECT_EQ(run.status, c.status) << c.arguments;
     EXPECT_EQ(service_.requests(), c.requests) << c.arguments;
   }
-}
-
-TEST_F(QuorlinadminTest, ListPrintsEveryNetworkWithItsOwnerFirst) {
-  ToolRun run = run_tool("list");
-  EXPECT_EQ(run.out, "");
-  EXPECT_EQ(run.err, std::string(kSeedListing) + kGamingListing);
-  EXPECT_EQ(run.status, 0);
 }
 
 TEST_F(QuorlinadminTest, CreateSendsTheRequestDocumentAndPrintsTheId) {
@@ -194,21 +176,36 @@ TEST(QuorlinadminWithoutService, ReportsTheFailedCall) {
   EXPECT_EQ(run_tool("invite 1 a@b.c").out, "fail");
 }
 
-TEST(QuorlinadminAgainstScriptedService, StopsAtAnEntryThatIsNotANetwork) {
-  const std::string reply =
+// A service that answers the list request with fixed bytes.
+TEST(QuorlinadminAgainstScriptedService, EmptyListsAndEntriesThatAreNotNetworks) {
+  const std::string odd_entry =
       "<PeerNetworks><PeerNetwork><Id>4</Id><Name>a</Name></PeerNetwork><Foo></Foo>"
       "<PeerNetwork><Id>5</Id></PeerNetwork></PeerNetworks>\n";
-  testing::ScriptedServer service(testing::answer_one_line(reply), 7000);
-  ASSERT_TRUE(service.listening()) << "port 7000 is taken";
-  ToolRun list = run_tool("list");
-  EXPECT_EQ(list.err,
-            "Network id: 4, name: a\nNetwork member count: 0\n"
-            "quorlinadmin: Incorrect data for peernetwork entry\n");
-  ToolRun drop = run_tool("drop");
-  EXPECT_EQ(drop.err,
-            "quorlinadmin:Deleting network id: 4, name: a... "
-            "quorlinadmin:Incorrect data for peernetwork entry\n");
-  EXPECT_EQ(drop.out, "fail");
+  const struct {
+    std::string reply;
+    const char* command;
+    const char* err;
+    const char* out;
+  } rows[] = {
+      {odd_entry, "list",
+       "Network id: 4, name: a\nNetwork member count: 0\n"
+       "quorlinadmin: Incorrect data for peernetwork entry\n",
+       ""},
+      {odd_entry, "drop",
+       "quorlinadmin:Deleting network id: 4, name: a... "
+       "quorlinadmin:Incorrect data for peernetwork entry\n",
+       "fail"},
+      {"<PeerNetworks></PeerNetworks>\n", "list", "quorlinadmin: No networks found\n", ""},
+      {"<PeerNetworks></PeerNetworks>\n", "drop",
+       "quorlinadmin:Drop networks fail: No networks found\n", "fail"},
+  };
+  for (const auto& row : rows) {
+    testing::ScriptedServer service(testing::answer_one_line(row.reply), 7000);
+    ASSERT_TRUE(service.listening()) << "port 7000 is taken";
+    const ToolRun run = run_tool(row.command);
+    EXPECT_EQ(run.err, row.err) << row.command << " " << row.reply;
+    EXPECT_EQ(run.out, row.out) << row.command << " " << row.reply;
+  }
 }
 
 }  // namespace
