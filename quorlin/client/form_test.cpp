@@ -21,7 +21,7 @@ std::string fields_picture(const FormFields& fields) {
   return out;
 }
 
-TEST(Form, FieldsAreEncodedAndJoined) {
+TEST(Form, FieldsAreEncodedJoinedAndSentWithCrLf) {
   auto form = form_create(1024);
   form_add_int(*form, "p2pnet_command", 5);
   form_add_long(*form, "p2pnet_network", -12345678901L);
@@ -30,9 +30,7 @@ TEST(Form, FieldsAreEncodedAndJoined) {
   const std::size_t before = form->text.size();
   form_add_field(*form, "long", std::string(2000, 'x'));  // grows past its capacity
   EXPECT_EQ(form->text.size(), before + std::string("&long=").size() + 2000);
-}
 
-TEST(Form, SendPutsTheTextAndCrLfOnTheWire) {
   int ends[2];
   socketpair(AF_UNIX, SOCK_STREAM, 0, ends);
   EXPECT_EQ(form_send(ends[0], "p2pnet_command=2&p2pnet_type=0"), 32);
@@ -50,6 +48,7 @@ TEST(ReadLine, LineStatusAndWhatStaysUnread) {
     std::string line;
     int status;
     std::string left;
+    int timeout_ms = -1;  // read_line's; -1 reads with read_reply_line
   } cases[] = {
       {"p2pnet_retval=0\r\nnext", false, "p2pnet_retval=0", 1, "next"},
       {"\n", false, "", 1, ""},
@@ -59,6 +58,7 @@ TEST(ReadLine, LineStatusAndWhatStaysUnread) {
       {std::string(300, 'y') + "\n", false, std::string(300, 'y'), 1, ""},
       {std::string(256, 'z') + "\n", false, std::string(256, 'z'), 1, ""},
       {"cut\0here\nrest"s, false, "cut", 1, "rest"},
+      {"part", false, "part", -2, "", 30},  // silence: the text so far
   };
   for (const auto& c : cases) {
     int ends[2];
@@ -66,7 +66,9 @@ TEST(ReadLine, LineStatusAndWhatStaysUnread) {
     write(ends[1], c.bytes.data(), c.bytes.size());
     if (c.close_after) shutdown(ends[1], SHUT_WR);
     int status = 99;
-    EXPECT_EQ(read_reply_line(ends[0], status), c.line) << c.bytes;
+    const std::string line = c.timeout_ms < 0 ? read_reply_line(ends[0], status)
+                                              : read_line(ends[0], c.timeout_ms, status);
+    EXPECT_EQ(line, c.line) << c.bytes;
     EXPECT_EQ(status, c.status) << c.bytes;
     shutdown(ends[1], SHUT_WR);
     char left[64] = {};
@@ -74,17 +76,6 @@ TEST(ReadLine, LineStatusAndWhatStaysUnread) {
     close(ends[0]);
     close(ends[1]);
   }
-}
-
-TEST(ReadLine, TimesOutOnSilenceWithTheTextSoFar) {
-  int ends[2];
-  socketpair(AF_UNIX, SOCK_STREAM, 0, ends);
-  write(ends[1], "part", 4);
-  int status = 0;
-  EXPECT_EQ(read_line(ends[0], 30, status), "part");
-  EXPECT_EQ(status, -2);
-  close(ends[0]);
-  close(ends[1]);
 }
 
 TEST(ScanField, CountsUpToDelimiterOrLineBreak) {
@@ -103,7 +94,7 @@ TEST(ScanField, CountsUpToDelimiterOrLineBreak) {
   }
 }
 
-TEST(FormParse, FieldsTable) {
+TEST(FormParse, FieldsTableAndTheFirstOfDuplicates) {
   const struct {
     std::string text;
     const char* fields;
@@ -118,6 +109,12 @@ TEST(FormParse, FieldsTable) {
       {"a=", "(a|)"},
       {"p2pnet_retval=0&p2pnet_peer_ip=10.1.2.3", "(p2pnet_retval|0)(p2pnet_peer_ip|10.1.2.3)"},
   };
+  FormFields duplicates;
+  form_parse(duplicates, "k=1&K=2&k=3");
+  EXPECT_EQ(form_get(duplicates, "k"), "1");  // the first of duplicates, names compared exactly
+  EXPECT_EQ(form_get(duplicates, "K"), "2");
+  EXPECT_EQ(form_get(duplicates, "missing"), std::nullopt);
+  form_fields_clear(duplicates);
   for (const auto& c : cases) {
     FormFields fields;
     form_parse(fields, c.text);
@@ -125,14 +122,6 @@ TEST(FormParse, FieldsTable) {
     form_fields_clear(fields);
     EXPECT_EQ(fields.first, nullptr);
   }
-}
-
-TEST(FormGet, ReturnsTheFirstOfDuplicates) {
-  FormFields fields;
-  form_parse(fields, "k=1&K=2&k=3");
-  EXPECT_EQ(form_get(fields, "k"), "1");
-  EXPECT_EQ(form_get(fields, "K"), "2");
-  EXPECT_EQ(form_get(fields, "missing"), std::nullopt);
 }
 
 }  // namespace
