@@ -55,8 +55,6 @@ struct Carver {
   std::size_t used = 0;
   std::int64_t carved = 0;
 
-  ~Carver() { leave(); }
-
   void leave() {
     if (chunk == nullptr) return;
     if (chunk->holds.fetch_sub(kCarving - carved, std::memory_order_acq_rel) == kCarving - carved) {
@@ -81,7 +79,15 @@ struct Carver {
   }
 };
 
-thread_local Carver carver;
+// Trivially destructible and initial-exec, so that a carve or a free reads it from the thread
+// pointer, with no guard and no __tls_get_addr call in the shared library. A thread's chunk is
+// let go at the thread's end by a second object, which is touched only when a chunk starts.
+[[gnu::tls_model("initial-exec")]] constinit thread_local Carver carver;
+
+struct LeaveAtThreadEnd {
+  ~LeaveAtThreadEnd() { carver.leave(); }
+};
+thread_local LeaveAtThreadEnd leave_at_thread_end;
 
 }  // namespace
 
@@ -90,6 +96,7 @@ void* pool_allocate(std::size_t size) {
   if (carver.chunk == nullptr || carver.used + size > kChunkSize) {
     carver.leave();
     carver.start();
+    [[maybe_unused]] const LeaveAtThreadEnd& registered = leave_at_thread_end;
   }
   void* object = reinterpret_cast<char*>(carver.chunk) + carver.used;
   carver.used += size;

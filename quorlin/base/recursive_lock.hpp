@@ -65,9 +65,10 @@ class RecursiveLock {
  private:
   static constexpr std::uintptr_t kAwaited = 1;
 
-  /// A nonzero even value that no other living thread shares.
+  /// A nonzero even value that no other living thread shares. Initial-exec: the address comes
+  /// from the thread pointer, not from a __tls_get_addr call per lock in the shared library.
   static std::uintptr_t thread_token() {
-    alignas(2) static thread_local const char token = 0;
+    alignas(2) [[gnu::tls_model("initial-exec")]] static thread_local const char token = 0;
     return reinterpret_cast<std::uintptr_t>(&token);
   }
 
