@@ -4,11 +4,13 @@
 
 #include <unistd.h>
 
+#include <algorithm>
 #include <charconv>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <ctime>
+#include <memory>
 #include <string>
 #include <utility>
 
@@ -25,27 +27,46 @@ const char* printable(const Text& text) {
 
 // Builds the listing in one buffer, written to standard error (which is unbuffered) with one
 // call. Its bytes are those that "%s" and "%d" would print: an absent text as the C library
-// prints a null string, "(null)", and a text up to its first NUL.
+// prints a null string, "(null)", and a text up to its first NUL. Pieces are copied straight
+// into the buffer, which doubles when full: a listing of 80,000 lines is some 600,000 pieces.
 class Listing {
  public:
-  Listing& operator<<(std::string_view text) {
-    text_.append(text);
+  template <std::size_t N>
+  Listing& operator<<(const char (&literal)[N]) {
+    put(literal, N - 1);
     return *this;
   }
-  Listing& operator<<(const char* text) { return *this << std::string_view(text); }
   Listing& operator<<(const Text& text) {
-    return *this << (text ? c_text(*text) : std::string_view("(null)"));
+    if (!text) return *this << "(null)";
+    const std::string_view bytes = c_text(*text);
+    put(bytes.data(), bytes.size());
+    return *this;
   }
   Listing& operator<<(int number) {
-    char digits[16];
-    return *this << std::string_view(digits,
-                                     std::to_chars(digits, digits + sizeof digits, number).ptr);
+    reserve(16);
+    used_ = std::to_chars(text_.get() + used_, text_.get() + capacity_, number).ptr - text_.get();
+    return *this;
   }
-  void end_line() { text_ += '\n'; }
-  void write() const { std::fwrite(text_.data(), 1, text_.size(), stderr); }
+  void end_line() { put("\n", 1); }
+  void write() const { std::fwrite(text_.get(), 1, used_, stderr); }
 
  private:
-  std::string text_;
+  void put(const char* bytes, std::size_t size) {
+    reserve(size);
+    std::memcpy(text_.get() + used_, bytes, size);
+    used_ += size;
+  }
+  void reserve(std::size_t extra) {
+    if (capacity_ - used_ >= extra) return;
+    capacity_ = std::max(capacity_ * 2, used_ + extra + 4096);
+    auto grown = std::make_unique_for_overwrite<char[]>(capacity_);
+    if (used_ > 0) std::memcpy(grown.get(), text_.get(), used_);
+    text_ = std::move(grown);
+  }
+
+  std::unique_ptr<char[]> text_;
+  std::size_t used_ = 0;
+  std::size_t capacity_ = 0;
 };
 
 void list_members(Listing& listing, PeerNetwork& network) {
