@@ -113,13 +113,14 @@ TEST(ConnectionOpen, ResultsTracesAndErrorsByThreshold) {
     ::testing::internal::CaptureStdout();
     ::testing::internal::CaptureStderr();
     const Connection connection = connection_open(row.source_port, "127.0.0.1", row.port);
-    std::string out = ::testing::internal::GetCapturedStdout();
+    const std::string out = ::testing::internal::GetCapturedStdout();
     EXPECT_EQ(::testing::internal::GetCapturedStderr(), row.err);
     EXPECT_EQ(connection > 0 ? 1 : connection, row.result);
-    for (std::size_t at; (at = out.find(std::to_string(connection))) != std::string::npos;) {
-      out.replace(at, std::to_string(connection).size(), "@");
+    std::string expected_out;  // "@" stands for the descriptor
+    for (const char byte : row.out) {
+      expected_out += byte == '@' ? std::to_string(connection) : std::string(1, byte);
     }
-    EXPECT_EQ(out, row.out);
+    EXPECT_EQ(out, expected_out);
     if (connection > 0) connection_close(connection);
     EXPECT_EQ(testing::open_descriptor_count(), descriptors);
   }
