@@ -78,6 +78,7 @@ TEST(ProxySettings, KeysTypesAndUnknownKeys) {
   EXPECT_EQ(from_settings, (ProxyInfo{0, "proxy.example", 1080, "bob", std::nullopt}));
   std::string host = "h";
   ProxyInfo info;
+  EXPECT_EQ(info, (ProxyInfo{0, std::nullopt, 0, std::nullopt, std::nullopt}));
   proxy_info_fill(info, 2, host.c_str(), 9050, nullptr, "pw");
   host = "changed";
   EXPECT_EQ(info, (ProxyInfo{2, "h", 9050, std::nullopt, "pw"}));
