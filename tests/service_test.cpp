@@ -136,6 +136,9 @@ TEST(ServiceReplies, ResultsAndCopiesForEachShapeOfReply) {
       {"p2pnet_chat_mesg=late&p2pnet_retval=-7\r\n", chat_message, "-7 late"},
       {"p2pnet_retval=2\r\n", connection_info, "2 kept 0"},
       {"p2pnet_retval=2\r\n<PeerConnectionInfo>", connection_info, "2 kept 0"},
+      // A second line that ends by the close, not by its LF, is not read.
+      {"p2pnet_retval=0\r\n<PeerConnectionInfo><Peer>x</Peer></PeerConnectionInfo>",
+       connection_info, "0 kept 0"},
       {"p2pnet_retval=0\r\n<PeerConnectionInfo><Peer>" + std::string(5000, 'p') +
            "</Peer><PeerIp>" + std::string(500, '1') + "</PeerIp></PeerConnectionInfo>\n",
        connection_info, "0 " + std::string(254, 'p') + " 47"},  // fixed fields cut

@@ -37,6 +37,7 @@ TEST(ResolveHost, ServesCopiesAndReportsUnknownNames) {
 
 TEST(NetOptions, DebugSetsTheThresholdAndTheProxyDebugFlag) {
   net_init();
+  EXPECT_EQ(net_log_level(), 5);
   EXPECT_EQ(net_proxy_settings()->debug, 0);
   EXPECT_TRUE(net_set_option("debug", 2));
   EXPECT_EQ(net_proxy_settings()->debug, 1);

@@ -59,9 +59,11 @@ TEST(RecordXml, EveryKindReadsAndWritesBack) {
        "<ServiceState><Username></Username><Type>-7</Type><Started>0</Started></ServiceState>"},
       {kState, "<Other><Type>2</Type></Other>", "null"},
       {kState, "not xml", "null"},
-      // PeerIp is written but never read; Messages keeps only its Message children.
+      // PeerIp is written but never read, nor are names that only start or end like a field's;
+      // Messages keeps only its Message children.
       {kMember,
-       "<PeerMember><Peer>p</Peer><PeerIp>1.2.3.4</PeerIp><Status>4</Status><Messages>"
+       "<PeerMember><Peer>p</Peer><PeerIp>1.2.3.4</PeerIp><Status>4</Status><ConnectStatuz>9"
+       "</ConnectStatuz><ConnectCounter>9</ConnectCounter><Messages>"
        "<Message>a</Message><Other>b</Other><Message></Message></Messages></PeerMember>",
        "<PeerMember><Peer>p</Peer><Status>4</Status><PeerIp></PeerIp><ConnectStatus>0"
        "</ConnectStatus><RemoteShares></RemoteShares><Messages><Message>a</Message><Message>"

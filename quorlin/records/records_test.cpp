@@ -60,6 +60,7 @@ TEST(Notifications, ConstructorsRefuseMissingTexts) {
   auto seven = notification_new_kind7("u", "m", "p");
   ASSERT_NE(seven, nullptr);
   EXPECT_EQ(seven->type, 7);
+  EXPECT_EQ(seven->number, 0);
   EXPECT_EQ(seven->text, "u");
   EXPECT_EQ(seven->text2, "m");
   EXPECT_EQ(seven->text3, "p");
