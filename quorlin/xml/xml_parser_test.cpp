@@ -111,15 +111,17 @@ std::string nearly_well_formed(std::mt19937& random) {
 // random open element inserted at a random place, so that an element that is not the innermost
 // is closed by name.
 std::string deep_document(std::mt19937& random) {
-  const int depth = 40 + static_cast<int>(random() % 120);
-  std::string open, close;
-  for (int level = 0; level < depth; ++level) {
-    const std::string name = "n" + std::to_string(random() % 150);
-    open += "<" + name + ">";
-    close = "</" + name + ">" + close;
+  std::vector<std::string> names(40 + random() % 120);
+  std::string text;
+  for (std::string& name : names) {
+    name = std::to_string(random() % 150);
+    text += "<n" + name + ">";
   }
-  std::string text = open + "t" + close;
-  const std::string stray = "</n" + std::to_string(random() % 150) + ">";
+  text += "t";
+  for (auto name = names.rbegin(); name != names.rend(); ++name) text += "</n" + *name + ">";
+  std::string stray = "</n";  // built in steps: g++ 12 -O3 misjudges "literal" + temporary
+  stray += std::to_string(random() % 150);
+  stray += ">";
   return text.insert(random() % text.size(), stray);
 }
 
