@@ -38,21 +38,16 @@
 namespace quorlin {
 namespace {
 
-// Forty bytes, since a deep document keeps a frame per level: an open element's frame holds its
-// node, which also gives its name and receives its children; the top level's frame receives
-// elements into the parser's own top_current_.
 struct Frame {
-  XmlNode* node;  // receives the range's text; null at the top level, where text is dropped
+  XmlNode* node;     // receives the range's text; null at the top level, where text is dropped
+  XmlNode* current;  // receives the range's elements; null until the top level has a root
   long position;
   long text_start = -1;  // the last text segment seen; each one replaces the one before
   long text_end = -1;
-  std::uint32_t hash = 0;  // the low half of the name's BackwardHash, all that OpenNames uses
-  std::uint32_t slot = 0;  // where OpenNames holds the frame
+  std::string_view name = {};  // the open element's name, in the parsed text
+  std::uint32_t hash = 0;      // the low half of the name's BackwardHash, all that OpenNames uses
+  std::uint32_t slot = 0;      // where OpenNames holds the frame
 };
-
-std::string_view name_of(const Frame& frame) {
-  return XmlTree::name(*frame.node);
-}
 
 // The open ranges, in chunks that never move: growing copies no frame, and a deeply nested
 // document holds no second array of them while the stack grows.
@@ -63,7 +58,6 @@ class FrameStack {
     return chunks_[index >> kShift][index & kMask];
   }
   Frame& front() { return chunks_[0][0]; }
-  const Frame& front() const { return chunks_[0][0]; }
   Frame& back() { return *top_; }
   const Frame& back() const { return *top_; }
   std::size_t size() const { return size_; }
@@ -139,11 +133,11 @@ class OpenNames {
   // Enters `frame` unless a frame of its name is open; returns that frame, or -1 if it entered.
   // A removed slot on the way is taken again, so that a name that keeps opening and closing
   // keeps its slot.
-  long insert(long frame, std::string_view name, FrameStack& frames) {
+  long insert(long frame, FrameStack& frames) {
     if ((size_ + removed_ + 1) * 2 > slots_.size()) rebuild(frames);
     Frame& entering = frames[frame];
     std::size_t removed_slot = slots_.size();
-    std::size_t at = slot_of(name, entering.hash, frames, &removed_slot);
+    std::size_t at = slot_of(entering.name, entering.hash, frames, &removed_slot);
     if (slots_[at].frame >= 0) return slots_[at].frame;
     if (removed_slot != slots_.size()) {
       at = removed_slot;
@@ -152,7 +146,7 @@ class OpenNames {
     slots_[at] = Slot{entering.hash, static_cast<std::int32_t>(frame)};
     entering.slot = static_cast<std::uint32_t>(at);
     ++size_;
-    ++counts_[quick_key(name)];
+    ++counts_[quick_key(entering.name)];
     return -1;
   }
 
@@ -160,7 +154,7 @@ class OpenNames {
     slots_[leaving.slot].frame = kRemoved;
     --size_;
     ++removed_;
-    --counts_[quick_key(name_of(leaving))];
+    --counts_[quick_key(leaving.name)];
   }
 
  private:
@@ -184,7 +178,7 @@ class OpenNames {
       if (slot.frame == kFree) return at;
       if (slot.frame == kRemoved) {
         if (first_removed != nullptr && *first_removed == slots_.size()) *first_removed = at;
-      } else if (slot.hash == low_half(hash) && name_of(frames[slot.frame]) == name) {
+      } else if (slot.hash == low_half(hash) && frames[slot.frame].name == name) {
         return at;
       }
     }
@@ -225,8 +219,7 @@ class Parser {
   std::string_view root_name() const { return root_name_; }
 
   std::unique_ptr<XmlNode> run() {
-    top_current_ = parent_;
-    frames_.push_back(Frame{.node = parent_, .position = start_});
+    frames_.push_back(Frame{.node = parent_, .current = parent_, .position = start_});
     last_closing_ = find_last_closing_start();
     while (!done_) step();
     finish(frames_.front());
@@ -239,12 +232,6 @@ class Parser {
 
  private:
   long length() const { return static_cast<long>(text_.size()); }
-
-  // The element that receives the range's elements: the open element, or at the top level the
-  // root once there is one (or the caller's parent).
-  XmlNode* current(const Frame& frame) const {
-    return &frame == &frames_.front() ? top_current_ : frame.node;
-  }
 
   void step() {
     Frame& frame = frames_.back();
@@ -312,12 +299,12 @@ class Parser {
       xml_parse_attributes(element, text_, space + 1, self_closing ? gt - 1 : gt);
     }
     if (!complete) {
-      frames_.back().node = &element;
+      frames_.back().node = frames_.back().current = &element;
       return;
     }
     if (text_end > gt + 1) XmlTree::set_text_view(element, in_copy(gt + 1, text_end));
     parent.position = next;
-    if (current(parent) == root_.get()) completed_root_child(element);
+    if (parent.current == root_.get()) completed_root_child(element);
   }
 
   // Opens the range of an element named `name`, whose node the caller appends; false, with
@@ -326,11 +313,12 @@ class Parser {
     // OpenNames keeps frame indexes and slots in 32 bits: a document with more than 2^30 open
     // elements (over 3 GB of text) stops there.
     if (frames_.size() >= (std::size_t{1} << 30)) return false;
-    // The frame's node, which OpenNames reads its name from, is appended by the caller at once.
     frames_.push_back(Frame{.node = nullptr,
+                            .current = nullptr,
                             .position = content_start,
+                            .name = name,
                             .hash = static_cast<std::uint32_t>(BackwardHash::of(name))});
-    if (open_names_.insert(static_cast<long>(frames_.size()) - 1, name, frames_) < 0) return true;
+    if (open_names_.insert(static_cast<long>(frames_.size()) - 1, frames_) < 0) return true;
     frames_.pop_back();
     return false;
   }
@@ -358,8 +346,8 @@ class Parser {
   // there or inside that tag. False when it closes none.
   bool close_at(long lt) {
     const Frame& top = frames_.back();
-    if (frames_.size() > 1 && closes(lt, name_of(top))) {
-      const long gt = lt + static_cast<long>(name_of(top).size()) + 2;
+    if (frames_.size() > 1 && closes(lt, top.name)) {
+      const long gt = lt + static_cast<long>(top.name.size()) + 2;
       close(static_cast<long>(frames_.size()) - 1, gt);
       // A closing tag of an outer element can begin inside this one only if this name holds "<".
       if (scan::find_byte(text_, '<', lt + 1, gt) >= 0) close_in_group(lt + 1, gt);
@@ -398,14 +386,14 @@ class Parser {
   // The range of frame `index` ends at a closing tag whose ">" is at `gt`.
   void close(long index, long gt) {
     if (static_cast<long>(frames_.size()) > index + 1) {
-      XmlTree::drop_last_child(*current(frames_[index]));
+      XmlTree::drop_last_child(*frames_[index].current);
       while (static_cast<long>(frames_.size()) > index + 1) pop();
     }
     finish(frames_.back());
     XmlNode* const closed = frames_.back().node;
     pop();
     frames_.back().position = gt + 1;
-    if (current(frames_.back()) == root_.get()) completed_root_child(*closed);
+    if (frames_.back().current == root_.get()) completed_root_child(*closed);
   }
 
   // A child of the root is final once complete, as long as the root completes too. When the
@@ -459,22 +447,22 @@ class Parser {
   // No closing tag comes for the open elements: the lowest of them is dropped, and the
   // top-level range ends there.
   void drop_open_elements() {
-    XmlNode* const dropped = frames_[1].node;
-    while (frames_.size() > 1) pop();  // before the nodes that name the frames may go
+    XmlNode* dropped = frames_[1].node;
     if (dropped == root_.get()) {
       root_.reset();
     } else {
-      XmlTree::drop_last_child(*top_current_);
+      XmlTree::drop_last_child(*frames_.front().current);
     }
+    while (frames_.size() > 1) pop();
     done_ = true;
   }
 
   // Appends an element to the range of `frame`.
   XmlNode& append(Frame& frame, std::string_view name) {
-    if (current(frame) == nullptr) {
+    if (frame.current == nullptr) {
       root_ = xml_node_new(name);
       root_name_ = name;
-      top_current_ = root_.get();
+      frame.current = root_.get();
       if (kept_text_ != nullptr) {
         copy_ = const_cast<char*>(text_.data()) + start_;  // the tree takes the text at the end
       } else if (sink_ == nullptr) {
@@ -487,14 +475,13 @@ class Parser {
       }
       return *root_;
     }
-    XmlNode* const parent = current(frame);
-    if (sink_ != nullptr && parent == root_.get()) {
+    if (sink_ != nullptr && frame.current == root_.get()) {
       child_mark_ = XmlTree::document(*root_).mark();
     }
-    if (copy_ == nullptr) copy_range_into(XmlTree::document(*parent));
+    if (copy_ == nullptr) copy_range_into(XmlTree::document(*frame.current));
     // The caller's parent may be shared; the elements made here are not, until returned.
-    if (parent == parent_) return xml_add_element(*parent_, name);
-    return XmlTree::add_element_unshared(*parent, in_copy(name));
+    if (frame.current == parent_) return xml_add_element(*parent_, name);
+    return XmlTree::add_element_unshared(*frame.current, in_copy(name));
   }
 
   void copy_range_into(XmlDocument& document) {
@@ -539,7 +526,6 @@ class Parser {
   long last_closing_ = -1;
   char* copy_ = nullptr;  // the tree's copy of text[start_, end_)
   std::unique_ptr<XmlNode> root_;
-  XmlNode* top_current_ = nullptr;  // the top level's receiver: the caller's parent, or the root
   bool done_ = false;
 };
 
