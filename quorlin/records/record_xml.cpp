@@ -370,9 +370,9 @@ std::unique_ptr<PeerConnectionInfo> peer_connection_info_parse(std::string_view 
 
 std::unique_ptr<PeerNetworkList> peer_network_list_parse(std::string_view text) {
   auto list = list_create<std::unique_ptr<PeerNetwork>>();
-  const bool read = peer_network_list_each(
-      text,
-      [&](std::unique_ptr<PeerNetwork> network) { list_append_unlocked(*list, std::move(network)); });
+  const bool read = peer_network_list_each(text, [&](std::unique_ptr<PeerNetwork> network) {
+    list_append_unlocked(*list, std::move(network));
+  });
   return read ? std::move(list) : nullptr;
 }
 
