@@ -20,6 +20,11 @@ inline double fastest(const std::vector<double>& repetitions) {
   return repetitions.empty() ? 0.0 : *std::min_element(repetitions.begin(), repetitions.end());
 }
 
+// Milliseconds, with the fastest repetition among the aggregates: BENCHMARK(f)->Apply(this).
+inline void in_milliseconds_with_fastest(benchmark::internal::Benchmark* benchmark) {
+  benchmark->Unit(benchmark::kMillisecond)->ComputeStatistics("min", fastest);
+}
+
 inline int run_benchmarks(int argc, char** argv) {
   const auto last = std::remove_if(argv + 1, argv + argc, [](const char* argument) {
     return std::string_view(argument) == "--keep-freed-memory=0";

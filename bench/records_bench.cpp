@@ -24,9 +24,7 @@ void BM_XmlParse16MB(benchmark::State& state) {
   for (auto _ : state) benchmark::DoNotOptimize(quorlin::xml_parse(text));
   state.SetBytesProcessed(state.iterations() * int64_t(text.size()));
 }
-BENCHMARK(BM_XmlParse16MB)
-    ->Unit(benchmark::kMillisecond)
-    ->ComputeStatistics("min", quorlin::bench::fastest);
+BENCHMARK(BM_XmlParse16MB)->Apply(quorlin::bench::in_milliseconds_with_fastest);
 
 void BM_XmlParseChildren16MB(benchmark::State& state) {
   const std::string& text = network_list_16mb();
@@ -37,18 +35,14 @@ void BM_XmlParseChildren16MB(benchmark::State& state) {
     benchmark::DoNotOptimize(children);
   }
 }
-BENCHMARK(BM_XmlParseChildren16MB)
-    ->Unit(benchmark::kMillisecond)
-    ->ComputeStatistics("min", quorlin::bench::fastest);
+BENCHMARK(BM_XmlParseChildren16MB)->Apply(quorlin::bench::in_milliseconds_with_fastest);
 
 void BM_PeerNetworkListParse16MB(benchmark::State& state) {
   const std::string& text = network_list_16mb();
   for (auto _ : state) benchmark::DoNotOptimize(quorlin::peer_network_list_parse(text));
   state.SetBytesProcessed(state.iterations() * int64_t(text.size()));
 }
-BENCHMARK(BM_PeerNetworkListParse16MB)
-    ->Unit(benchmark::kMillisecond)
-    ->ComputeStatistics("min", quorlin::bench::fastest);
+BENCHMARK(BM_PeerNetworkListParse16MB)->Apply(quorlin::bench::in_milliseconds_with_fastest);
 
 const quorlin::PeerNetworkList& network_list_records() {
   static const auto list = quorlin::peer_network_list_parse(network_list_16mb());
@@ -60,17 +54,13 @@ void BM_XmlToString16MB(benchmark::State& state) {
   static const auto tree = quorlin::peer_network_list_to_xml(network_list_records());
   for (auto _ : state) benchmark::DoNotOptimize(quorlin::xml_to_string(*tree));
 }
-BENCHMARK(BM_XmlToString16MB)
-    ->Unit(benchmark::kMillisecond)
-    ->ComputeStatistics("min", quorlin::bench::fastest);
+BENCHMARK(BM_XmlToString16MB)->Apply(quorlin::bench::in_milliseconds_with_fastest);
 
 void BM_PeerNetworkListToText16MB(benchmark::State& state) {
   const quorlin::PeerNetworkList& list = network_list_records();
   for (auto _ : state) benchmark::DoNotOptimize(quorlin::peer_network_list_to_text(list));
 }
-BENCHMARK(BM_PeerNetworkListToText16MB)
-    ->Unit(benchmark::kMillisecond)
-    ->ComputeStatistics("min", quorlin::bench::fastest);
+BENCHMARK(BM_PeerNetworkListToText16MB)->Apply(quorlin::bench::in_milliseconds_with_fastest);
 
 }  // namespace
 
