@@ -6,6 +6,7 @@
 
 #include <array>
 #include <cstring>
+#include <memory>
 
 namespace quorlin {
 namespace {
@@ -30,10 +31,10 @@ struct FastModulo {
 };
 
 HashTable::Buckets allocate_buckets(std::uint32_t count) {
-  auto* slots = static_cast<HashSlot*>(std::calloc(count, sizeof(HashSlot)));
-  if (slots != nullptr) {
-    for (std::uint32_t i = 0; i < count; ++i) slots[i].key_length = HashSlot::kNoKey;
-  }
+  auto* slots = static_cast<HashSlot*>(std::malloc(count * sizeof(HashSlot)));
+  HashSlot never_used{};
+  never_used.key_length = HashSlot::kNoKey;
+  if (slots != nullptr) std::uninitialized_fill_n(slots, count, never_used);
   return HashTable::Buckets(slots);
 }
 

@@ -28,10 +28,10 @@ class RecursiveLock {
       ++depth_;
       return;
     }
-    for (seen = 0; !owner_.compare_exchange_weak(seen, self, std::memory_order_acquire,
-                                                 std::memory_order_relaxed);
+    // A strong exchange fails only when another thread holds the lock.
+    for (seen = 0; !owner_.compare_exchange_strong(seen, self, std::memory_order_acquire,
+                                                   std::memory_order_relaxed);
          seen = 0) {
-      if (seen == 0) continue;
       /// Marks the lock as awaited so that its holder wakes the waiters when it lets go.
       if ((seen & kAwaited) != 0 ||
           owner_.compare_exchange_weak(seen, seen | kAwaited, std::memory_order_relaxed)) {

@@ -165,7 +165,7 @@ int socket_listen(int descriptor, int backlog) {
 
 int server_socket_open(const char* address, int port, bool datagram, int backlog) {
   int descriptor = socket_open(address, port, datagram);
-  if (descriptor >= 0 && !datagram) socket_listen(descriptor, backlog);
+  if (!datagram) socket_listen(descriptor, backlog);  // a failed open fails here too, harmlessly
   return descriptor;
 }
 

@@ -99,7 +99,7 @@ std::optional<std::string> resolve_host(const char* host) {
     std::perror("Unable to get host by name\n");
     return std::nullopt;
   }
-  if (answer->h_length == 0 || answer->h_addr_list[0] == nullptr) {
+  if (answer->h_addr_list[0] == nullptr) {
     net_error("No server ip addresses found\n");
     return std::nullopt;
   }

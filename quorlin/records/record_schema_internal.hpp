@@ -20,6 +20,7 @@
 #include <string_view>
 #include <vector>
 
+#include "quorlin/base/same_bytes_internal.hpp"
 #include "quorlin/records/record_reader.hpp"
 #include "quorlin/records/record_writer.hpp"
 #include "quorlin/records/records.hpp"
@@ -97,33 +98,6 @@ struct Schema {
   std::span<const Field<Record>> fields;
 };
 
-template <typename Word>
-Word word_at(const char* bytes) {
-  Word word;
-  std::memcpy(&word, bytes, sizeof word);
-  return word;
-}
-
-// Most names are 4 to 32 bytes: overlapping word loads compare them without a call.
-inline bool same_name(std::string_view a, std::string_view b) {
-  const std::size_t size = a.size();
-  if (size != b.size()) return false;
-  const char* x = a.data();
-  const char* y = b.data();
-  if (size >= 8 && size <= 32) {
-    using Word = std::uint64_t;
-    const bool ends_same = word_at<Word>(x) == word_at<Word>(y) &&
-                           word_at<Word>(x + size - 8) == word_at<Word>(y + size - 8);
-    if (size <= 16 || !ends_same) return ends_same;
-    return word_at<Word>(x + 8) == word_at<Word>(y + 8) &&
-           word_at<Word>(x + size - 16) == word_at<Word>(y + size - 16);
-  }
-  if (size >= 4 && size < 8) {
-    return word_at<std::uint32_t>(x) == word_at<std::uint32_t>(y) &&
-           word_at<std::uint32_t>(x + size - 4) == word_at<std::uint32_t>(y + size - 4);
-  }
-  return std::memcmp(x, y, size) == 0;
-}
 
 // Reads one child with the row of its name, looking from row `from` on and wrapping around;
 // returns the row after the one found (children mostly come in the table's order), or `from`
@@ -136,7 +110,7 @@ std::size_t read_child(const Schema<Record>& schema, const XmlNode& child, Recor
   for (std::size_t step = 0, row = from; step < rows; ++step, ++row) {
     if (row == rows) row = 0;
     const Field<Record>& field = schema.fields[row];
-    if (!same_name(field.element, name)) continue;
+    if (!same_bytes(field.element, name)) continue;
     if (field.read != nullptr) field.read(field, child, record);
     return row + 1;  // a name has one row
   }
@@ -173,7 +147,7 @@ void write_record(const Schema<Record>& schema, const Record& record, std::strin
 template <typename Record, typename Make>
 std::unique_ptr<Record> read_record(const Schema<Record>& schema, const XmlNode& element,
                                     Make make) {
-  if (!same_name(xml_node_name(element), schema.element)) return nullptr;
+  if (!same_bytes(xml_node_name(element), schema.element)) return nullptr;
   std::unique_ptr<Record> record = make();
   read_fields(schema, element, *record);
   return record;

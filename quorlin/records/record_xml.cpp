@@ -295,37 +295,20 @@ void share_list_read(const XmlNode& element, ShareList& list) {
   for (const XmlNode& child : xml_node_children(element)) share_read(child, list);
 }
 
-// A value counts only after a Type child of 7, and the record starts from the kind-7
-// constructor given no texts, which refuses them: a Notification element never adds anything.
-void notification_read(const XmlNode& element, NotificationList& list) {
-  if (xml_node_name(element) != "Notification") return;
-  int type = -1;
-  std::unique_ptr<Notification> current;
-  for (const XmlNode& child : xml_node_children(element)) {
-    if (xml_node_name(child) == "Type") {
-      type = xml_text_int(child);
-      if (type == NOTIFICATION_TYPE_MEMBER) {
-        current = notification_new_kind7(std::nullopt, std::nullopt, std::nullopt);
-      }
-    } else if (current && type == NOTIFICATION_TYPE_MEMBER) {
-      schema::read_child(kNotification, child, *current);
-    }
-  }
-  if (current) list_append(list, std::move(current));
-}
+// A Notification element is read only from a Type child of 7 on, into the kind-7 record made
+// without texts, which that constructor refuses: no element ever adds a notification, so every
+// list read is empty. Only a text that does not parse gives no list.
+void notification_read(const XmlNode&, NotificationList&) {}
 
-std::unique_ptr<NotificationList> notification_list_from_xml(const XmlNode& element) {
-  auto list = list_create<std::unique_ptr<Notification>>();
-  if (xml_node_name(element) != "Notifications") return list;
-  for (const XmlNode& child : xml_node_children(element)) notification_read(child, *list);
-  return list;
+std::unique_ptr<NotificationList> notification_list_from_xml(const XmlNode&) {
+  return list_create<std::unique_ptr<Notification>>();
 }
 
 void string_list_read(const XmlNode& element, std::string_view list_name,
                       std::string_view item_name, TextList& list) {
-  if (!schema::same_name(xml_node_name(element), list_name)) return;
+  if (!same_bytes(xml_node_name(element), list_name)) return;
   for (const XmlNode& child : xml_node_children(element)) {
-    if (schema::same_name(xml_node_name(child), item_name)) list_append(list, xml_text_dup(child));
+    if (same_bytes(xml_node_name(child), item_name)) list_append(list, xml_text_dup(child));
   }
 }
 
@@ -334,9 +317,9 @@ std::unique_ptr<PeerMember> peer_member_from_xml(const XmlNode& element, PeerNet
 }
 
 void peer_member_list_read(const XmlNode& element, PeerNetwork& network) {
-  if (!schema::same_name(xml_node_name(element), "PeerMembers")) return;
+  if (!same_bytes(xml_node_name(element), "PeerMembers")) return;
   for (const XmlNode& child : xml_node_children(element)) {
-    if (schema::same_name(xml_node_name(child), kPeerMember.element)) {
+    if (same_bytes(xml_node_name(child), kPeerMember.element)) {
       // The network is still being read: no other thread can reach its List yet.
       list_append_unlocked(network.peer_members, peer_member_from_xml(child, &network));
     }
@@ -542,16 +525,7 @@ std::string peer_member_to_text(const PeerMember& member) {
 }
 
 std::string access_list_allow_text(const AccessList& access_list) {
-  std::size_t allowed = 0;
-  std::size_t name_bytes = 0;
-  for (const auto& accessor : access_list.accessors) {
-    if (accessor && accessor->type == 0) {
-      ++allowed;
-      name_bytes += accessor->name ? accessor->name->size() : 0;
-    }
-  }
   std::string text;
-  text.reserve((allowed + 1) * 20 + name_bytes);
   text += "<Access>";
   for (const auto& accessor : access_list.accessors) {
     if (!accessor || accessor->type != 0) continue;

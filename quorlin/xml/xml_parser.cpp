@@ -339,7 +339,7 @@ class Parser {
     if (static_cast<std::size_t>(at) + size > text_.size()) return false;
     const char* tag = text_.data() + at;
     return tag[0] == '<' && tag[1] == '/' && tag[size - 1] == '>' &&
-           scan::same_bytes(std::string_view(tag + 2, name.size()), name);
+           same_bytes(std::string_view(tag + 2, name.size()), name);
   }
 
   // "</" stands at `lt`, a range's position: closes the open elements whose closing tags begin

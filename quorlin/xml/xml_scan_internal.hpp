@@ -8,6 +8,8 @@
 #include <cstring>
 #include <string_view>
 
+#include "quorlin/base/same_bytes_internal.hpp"
+
 #if defined(__SSE2__)
 #include <emmintrin.h>
 #endif
@@ -47,30 +49,6 @@ inline long find_byte(std::string_view text, char byte, long from, long end) {
   return find_either(text, byte, byte, from, end);
 }
 
-// Whether two views hold the same bytes; tag names are short, so this stays inline.
-inline bool same_bytes(std::string_view a, std::string_view b) {
-  const std::size_t size = a.size();
-  if (size != b.size()) return false;
-  // Words that overlap at the end cover any length from 4 up without a loop over single bytes.
-  const auto word_at = [](std::string_view text, std::size_t at, auto word) {
-    std::memcpy(&word, text.data() + at, sizeof word);
-    return word;
-  };
-  if (size >= 8) {
-    for (std::size_t at = 0; at + 8 < size; at += 8) {
-      if (word_at(a, at, std::uint64_t{}) != word_at(b, at, std::uint64_t{})) return false;
-    }
-    return word_at(a, size - 8, std::uint64_t{}) == word_at(b, size - 8, std::uint64_t{});
-  }
-  if (size >= 4) {
-    return word_at(a, 0, std::uint32_t{}) == word_at(b, 0, std::uint32_t{}) &&
-           word_at(a, size - 4, std::uint32_t{}) == word_at(b, size - 4, std::uint32_t{});
-  }
-  for (std::size_t at = 0; at < size; ++at) {
-    if (a[at] != b[at]) return false;
-  }
-  return true;
-}
 
 }  // namespace quorlin::scan
 

@@ -15,6 +15,7 @@
 #include <array>
 #include <cstddef>
 #include <cstdint>
+#include <limits>
 #include <memory>
 #include <string>
 #include <string_view>
@@ -88,7 +89,7 @@ class XmlDocument {
   std::byte* current_block_ = nullptr;  // the block next_ points into
   std::size_t current_block_size_ = 0;
   std::size_t block_size_ = 256;
-  std::array<char*, 64> free_texts_{};  // by log2 of the block's capacity
+  std::array<char*, std::numeric_limits<std::size_t>::digits> free_texts_{};  // by log2 of capacity
   // The chain of documents that one tree uses: the head owns the others.
   XmlDocument* head_ = this;  // may point to a former head; head() follows and shortens the path
   XmlDocument* chain_next_ = nullptr;
