@@ -34,7 +34,9 @@ TEST(HttpRequest, IsExactToTheByte) {
 
 TEST(HttpPost, AgainstPythonHttpServer) {
   int port = testing::free_port();
-  testing::ChildProcess server({"/usr/bin/python3", HTTP_POST_SERVER_PATH, std::to_string(port)});
+  testing::TempDir dir;
+  testing::ChildProcess server({"/usr/bin/python3", HTTP_POST_SERVER_PATH, std::to_string(port)},
+                               dir.file("log"));
   ASSERT_EQ(server.wait_until_listening(port), "");
   Connection connection = connection_open(0, "127.0.0.1", port);
   ASSERT_GT(connection, 0);
@@ -87,15 +89,15 @@ TEST(HttpPost, ScriptedReplies) {
   for (const auto& c : cases) {
     std::string request;
     testing::ScriptedServer server([&](int descriptor) {
-      request = testing::read_until_blank_line(descriptor);
-      request += testing::read_bytes(descriptor, 3);
+      request =
+          testing::read_bytes(descriptor, http_request_text("example.org", "/p", "a=1").size());
       std::string_view reply = c.reply;
       for (std::size_t pause; (pause = reply.find('|')) != std::string_view::npos;) {
-        testing::write_bytes(descriptor, reply.substr(0, pause));
+        testing::write_all(descriptor, reply.substr(0, pause));
         std::this_thread::sleep_for(std::chrono::milliseconds(100));
         reply.remove_prefix(pause + 1);
       }
-      testing::write_bytes(descriptor, reply);
+      testing::write_all(descriptor, reply);
     });
     Connection connection = connection_open(0, "127.0.0.1", server.port());
     std::unique_ptr<FormFields> headers;
@@ -116,23 +118,22 @@ TEST(HttpPost, ScriptedReplies) {
   }
 }
 
+// One datagram out, one datagram back, taken whole as the reply body.
 TEST(HttpPost, DatagramModeSendsOneRequestAndReadsOneReply) {
-  int peer = socket_open("127.0.0.1", testing::free_port(), true);
+  const int peer = server_socket_open("127.0.0.1", testing::free_port(), true, 1);
   sockaddr_in address{};
   socklen_t length = sizeof address;
   getsockname(peer, reinterpret_cast<sockaddr*>(&address), &length);
   std::string received;
   std::thread responder([&] {
     char buffer[4096];
-    sockaddr_in from{};
-    socklen_t from_length = sizeof from;
-    ssize_t got =
-        recvfrom(peer, buffer, sizeof buffer, 0, reinterpret_cast<sockaddr*>(&from), &from_length);
+    const ssize_t got =
+        recvfrom(peer, buffer, sizeof buffer, 0, reinterpret_cast<sockaddr*>(&address), &length);
     received.assign(buffer, got > 0 ? got : 0);
-    sendto(peer, "HTTP/1.1 200 OK\r\n\r\nfine", 23, 0, reinterpret_cast<sockaddr*>(&from),
-           from_length);
+    sendto(peer, "HTTP/1.1 200 OK\r\n\r\nfine", 23, 0, reinterpret_cast<sockaddr*>(&address),
+           length);
   });
-  int sender = socket_open_any(0, true);
+  const int sender = socket_open_any(0, true);
   std::string body;
   EXPECT_EQ(http_post_datagram(sender, "h", "/d", "k=v", "127.0.0.1", ntohs(address.sin_port), 2000,
                                nullptr, &body),
@@ -146,12 +147,10 @@ TEST(HttpPost, DatagramModeSendsOneRequestAndReadsOneReply) {
 
 TEST(SkipHeaderLines, StopsAfterTheFirstEmptyLine) {
   EXPECT_EQ(skip_text_header_lines("A: 1\r\nB: 2\r\n\r\nbody\n\nmore"), "body\n\nmore");
-  EXPECT_EQ(skip_text_header_lines("\nrest"), "rest");
   EXPECT_EQ(skip_text_header_lines("A: 1\r\nno blank line"), std::nullopt);
-
   int ends[2];
   socketpair(AF_UNIX, SOCK_STREAM, 0, ends);
-  testing::write_bytes(ends[1], "H: 1\r\n\r\nbody");
+  testing::write_all(ends[1], "H: 1\r\n\r\nbody");
   skip_header_lines(ends[0]);
   EXPECT_EQ(testing::read_bytes(ends[0], 4), "body");
   connection_close(ends[0]);

@@ -97,7 +97,7 @@ TEST(ProxyScripted, NegotiationTable) {
     testing::ScriptedServer proxy([&](int descriptor) {
       for (const Step& step : c.steps) {
         received += testing::read_bytes(descriptor, step.request.size());
-        testing::write_bytes(descriptor, step.reply);
+        testing::write_all(descriptor, step.reply);
       }
       // A failing script ends by closing, so replies cut short end at the tunnel too.
       if (c.succeeds) testing::read_bytes(descriptor, 1);
@@ -127,7 +127,7 @@ TEST(ProxyScripted, NegotiationTable) {
 }
 
 TEST(ProxyScripted, TypeZeroReturnsTheConnectionToTheProxyItself) {
-  testing::ScriptedServer proxy([](int descriptor) { testing::write_bytes(descriptor, "hello"); });
+  testing::ScriptedServer proxy([](int descriptor) { testing::write_all(descriptor, "hello"); });
   auto settings = proxy_settings_new();
   proxy_settings_set_text(*settings, "proxy_host", "localhost");
   proxy_settings_set_int(*settings, "proxy_port", proxy.port());

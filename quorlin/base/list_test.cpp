@@ -68,46 +68,8 @@ TEST(List, EditsKeepTheLinksAndFindItemsByIdentity) {
   EXPECT_EQ(x + a + b + c, 7);  // clearing and removing leave the items alone
 }
 
-struct Counted {
-  explicit Counted(int* destroyed) : destroyed(destroyed) {}
-  ~Counted() { ++*destroyed; }
-  int* destroyed;
-};
-
-TEST(List, OwningItemsGoWithTheirNodesAndARefusedInsertKeepsTheItem) {
-  int destroyed = 0;
-  {
-    List<std::unique_ptr<Counted>> list;
-    list_append(list, std::make_unique<Counted>(&destroyed));
-    auto kept = std::make_unique<Counted>(&destroyed);
-    EXPECT_EQ(list_insert_at(list, std::move(kept), 5), nullptr);
-    EXPECT_NE(kept, nullptr);
-    const Counted* second = kept.get();
-    list_append(list, std::move(kept));
-    list_remove(list, second);
-    EXPECT_EQ(destroyed, 1);
-    list_append(list, std::make_unique<Counted>(&destroyed));
-  }
-  EXPECT_EQ(destroyed, 3);
-}
-
 static_assert(std::ranges::forward_range<List<int*>>);
 static_assert(std::ranges::forward_range<const List<std::unique_ptr<int>>>);
-
-TEST(List, IsARangeOfItsItemsInOrder) {
-  List<std::unique_ptr<int>> list;
-  EXPECT_EQ(list.begin(), list.end());
-  for (int value : {3, 1, 2}) list_append(list, std::make_unique<int>(value));
-  for (auto& item : list) *item *= 10;  // items are reachable for change
-  std::vector<int> seen;
-  const auto& read_only = list;
-  for (const auto& item : read_only) seen.push_back(*item);
-  EXPECT_EQ(seen, (std::vector<int>{30, 10, 20}));
-  EXPECT_EQ(std::ranges::count_if(list, [](const auto& item) { return *item > 15; }), 2);
-  auto found = std::ranges::find_if(list, [](const auto& item) { return *item == 10; });
-  ASSERT_NE(found, list.end());
-  EXPECT_EQ(**++found, 20);
-}
 
 TEST(RecursiveLock, TheHolderTakesItAgainAndOthersWaitForTheLastRelease) {
   RecursiveLock lock;

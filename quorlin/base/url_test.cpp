@@ -38,6 +38,8 @@ TEST(UrlEncode, EveryByteMatchesTheFormattedEscapeAndDecodesBack) {
   }
   EXPECT_EQ(url_decode(url_encode(all_bytes)), all_bytes);
   EXPECT_EQ(url_encode("a b&\xff\0cut"s), "a+b%26%FF");  // a text ends at its first NUL
+  EXPECT_EQ(url_encoded_size("a&b"), 9u);                // three bytes a byte, no room for the NUL
+  EXPECT_EQ(url_encoded_size(nullptr), 0u);
 }
 
 TEST(UrlDecode, KnownTextsAndBrokenEscapes) {
@@ -52,33 +54,6 @@ TEST(UrlDecode, KnownTextsAndBrokenEscapes) {
       {"ab\0%41"s, "ab"},   {"&=~", "&=~"},  // reserved bytes other than "%" and "+" pass
   };
   for (const auto& [text, decoded] : cases) EXPECT_EQ(url_decode(text), decoded) << text;
-}
-
-TEST(UrlDecode, CharAdvancesByOneOrThree) {
-  std::size_t position = 0;
-  const std::string text = "+%41b%";
-  EXPECT_EQ(url_decode_char(text, position), ' ');
-  EXPECT_EQ(position, 1u);
-  EXPECT_EQ(url_decode_char(text, position), 'A');
-  EXPECT_EQ(position, 4u);
-  EXPECT_EQ(url_decode_char(text, position), 'b');
-  EXPECT_EQ(url_decode_char(text, position), '%');
-  EXPECT_EQ(position, 8u);
-}
-
-TEST(UrlEncode, SizeAndCharacterClasses) {
-  EXPECT_EQ(url_encoded_size(nullptr), 0u);
-  EXPECT_EQ(url_encoded_size(""), 0u);
-  EXPECT_EQ(url_encoded_size("a&b"), 9u);
-  for (int value = 0; value < 256; ++value) {
-    const auto byte = static_cast<unsigned char>(value);
-    EXPECT_EQ(is_ascii_alnum(byte), value < 0x80 && std::isalnum(value) != 0) << value;
-  }
-  char out[8] = "zzzzzzz";
-  std::size_t position = 1;
-  url_encode_char('\n', out, position);
-  EXPECT_EQ(position, 4u);
-  EXPECT_STREQ(out, "z% A");
 }
 
 }  // namespace

@@ -139,43 +139,31 @@ TEST(RecordXml, EveryKindReadsAndWritesBack) {
   for (const auto& c : cases) EXPECT_EQ(c.kind(c.document), c.written) << c.document;
 }
 
+// A child that is not a network is a null item; members know their network; reading does not
+// bound a member's queue; a tree reads as its text does.
 TEST(RecordXml, ReadListsKeepNullItemsTheirLengthAndTheirOwner) {
   auto list = peer_network_list_parse(
       "<PeerNetworks><PeerNetwork><PeerMembers><PeerMember></PeerMember><PeerMember></PeerMember>"
-      "</PeerMembers>"
-      "</PeerNetwork><Foo/><PeerNetwork></PeerNetwork></PeerNetworks>");
-  ASSERT_NE(list, nullptr);
+      "</PeerMembers></PeerNetwork><Foo/><PeerNetwork></PeerNetwork></PeerNetworks>");
   ASSERT_EQ(list_count(*list), 3);
   EXPECT_EQ(list->first->next->item, nullptr);
   PeerNetwork& network = *list->first->item;
   EXPECT_EQ(list_count(network.peer_members), 2);
   EXPECT_EQ(network.peer_members.last->item->network, &network);
-  EXPECT_EQ(list_count(*peer_network_list_parse("<PeerNetworks></PeerNetworks>")), 0);
-
-  // The readers of parsed trees read lists as the text readers do.
-  auto tree =
-      xml_parse("<PeerNetworks><PeerNetwork><Id>5</Id></PeerNetwork><Foo></Foo></PeerNetworks>");
-  auto from_tree = peer_network_list_from_xml(*tree);
-  ASSERT_NE(from_tree, nullptr);
-  ASSERT_EQ(list_count(*from_tree), 2);
-  EXPECT_EQ(from_tree->first->item->id, 5);
-  EXPECT_EQ(from_tree->last->item, nullptr);
-  EXPECT_EQ(peer_network_list_from_xml(*xml_parse("<Other></Other>")), nullptr);
-  auto notifications = notification_list_from_xml(
-      *xml_parse("<Notifications><Notification><Type>7</Type></Notification></Notifications>"));
-  ASSERT_NE(notifications, nullptr);
-  EXPECT_EQ(notifications->first, nullptr);
-
-  // Reading does not bound a member's queue.
   std::string document = "<PeerMember><Messages>";
   for (int i = 0; i < 150; ++i) document += "<Message>m</Message>";
-  document += "</Messages></PeerMember>";
-  EXPECT_EQ(list_count(peer_member_parse(document)->messages), 150);
+  EXPECT_EQ(list_count(peer_member_parse(document + "</Messages></PeerMember>")->messages), 150);
+  auto tree = xml_parse("<PeerNetworks><PeerNetwork><Id>5</Id></PeerNetwork><Foo/></PeerNetworks>");
+  auto from_tree = peer_network_list_from_xml(*tree);
+  ASSERT_EQ(list_count(*from_tree), 2);
+  EXPECT_EQ(from_tree->first->item->id, 5);
+  EXPECT_EQ(peer_network_list_from_xml(*xml_parse("<Other></Other>")), nullptr);
   EXPECT_EQ(
       peer_connection_info_parse("<PeerConnectionInfo><Role>3</Role></PeerConnectionInfo>")->role,
       3);
 }
 
+// Only type 7 is written; reading gives an empty list for any document that parses.
 TEST(RecordXml, NotificationsAreWrittenForTypeSevenAndAlwaysReadAsAnEmptyList) {
   NotificationList notifications;
   list_append(notifications, notification_new_kind4("skip", 1));
@@ -185,13 +173,8 @@ TEST(RecordXml, NotificationsAreWrittenForTypeSevenAndAlwaysReadAsAnEmptyList) {
             "<Notifications><Notification><Type>7</Type><Username>u</Username><Member>m</Member>"
             "<PrevMember>p</PrevMember></Notification></Notifications>");
   EXPECT_EQ(xml_to_string(*notification_list_to_xml(notifications)), written);
-  for (const std::string& document : {written, std::string("<Notifications></Notifications>"),
-                                      std::string("<Other><Notification><Type>7</Type>"
-                                                  "</Notification></Other>")}) {
-    auto list = notification_list_parse(document);
-    ASSERT_NE(list, nullptr) << document;
-    EXPECT_EQ(list->first, nullptr) << document;
-  }
+  EXPECT_EQ(notification_list_parse(written)->first, nullptr);
+  EXPECT_EQ(notification_list_from_xml(*xml_parse(written))->first, nullptr);
   EXPECT_EQ(notification_list_parse("<"), nullptr);
 }
 

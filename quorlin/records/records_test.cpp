@@ -3,7 +3,6 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
-#include <cstring>
 #include <set>
 #include <string>
 #include <thread>
@@ -24,32 +23,25 @@ TEST(MessageQueue, KeepsTheHundredNewestAndPopsOldestFirst) {
   EXPECT_EQ(peer_member_pop_message(*member), std::nullopt);
 }
 
+// Pushes and pops from eight threads: the bound holds throughout and no text is queued twice.
 TEST(MessageQueue, EightThreadsKeepTheBoundAndLoseNothing) {
   auto member = peer_member_new(nullptr);
-  constexpr int kThreads = 8;
-  constexpr int kPushesEach = 2000;
-  std::atomic<int> popped{0};
   std::atomic<bool> bound_broken{false};
   std::vector<std::thread> threads;
-  for (int t = 0; t < kThreads; ++t) {
+  for (int t = 0; t < 8; ++t) {
     threads.emplace_back([&, t] {
-      for (int i = 0; i < kPushesEach; ++i) {
-        peer_member_push_message(*member, std::to_string(t * kPushesEach + i));
+      for (int i = 0; i < 2000; ++i) {
+        peer_member_push_message(*member, std::to_string(t * 2000 + i));
         if (list_count(member->messages) > 100) bound_broken = true;
-        if (i % 3 == 0 && peer_member_pop_message(*member)) ++popped;
+        if (i % 3 == 0) peer_member_pop_message(*member);
       }
     });
   }
   for (auto& thread : threads) thread.join();
   EXPECT_FALSE(bound_broken);
-  // Every text is either popped, still queued, or dropped by the bound; the queued ones are
-  // distinct, so nothing was freed twice or duplicated.
   std::set<std::string> queued;
-  for (auto* node = member->messages.first; node != nullptr; node = node->next) {
-    queued.insert(*node->item);
-  }
+  for (const auto& text : member->messages) queued.insert(*text);
   EXPECT_EQ(static_cast<int>(queued.size()), list_count(member->messages));
-  EXPECT_LE(popped + static_cast<int>(queued.size()), kThreads * kPushesEach);
 }
 
 TEST(Notifications, ConstructorsRefuseMissingTexts) {
@@ -67,21 +59,7 @@ TEST(Notifications, ConstructorsRefuseMissingTexts) {
   auto two = notification_new_kind2("a", "b", 9);
   EXPECT_EQ(two->type, 2);
   EXPECT_EQ(two->number, 9);
-}
-
-TEST(Shares, ConstructorsSetTypeNameAndEmptyAccessList) {
-  auto connection = connection_share_new();
-  EXPECT_EQ(connection->type, 3);
-  EXPECT_EQ(connection->name, "Connection");
-  EXPECT_EQ(connection->access_list->accessors.first, nullptr);
-  auto folder = folder_share_new("docs", std::nullopt);
-  EXPECT_EQ(folder->type, 1);
-  EXPECT_EQ(folder->path, std::nullopt);
-  ShareList shares;
-  list_append(shares, std::move(folder));
-  share_list_clear(&shares);
-  share_list_clear(nullptr);
-  EXPECT_EQ(shares.first, nullptr);
+  EXPECT_EQ(notification_new_kind4("a", 3)->type, 4);
 }
 
 }  // namespace

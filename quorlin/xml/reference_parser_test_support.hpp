@@ -5,19 +5,12 @@
 #ifndef QUORLIN_XML_REFERENCE_PARSER_TEST_SUPPORT_HPP
 #define QUORLIN_XML_REFERENCE_PARSER_TEST_SUPPORT_HPP
 
-#include <optional>
+#include <memory>
 #include <string>
-#include <utility>
-#include <vector>
+
+#include "quorlin/xml/xml_test_support.hpp"
 
 namespace quorlin::reference {
-
-struct Node {
-  std::string name;
-  std::vector<std::pair<std::string, std::string>> attributes;
-  std::vector<Node> children;
-  std::optional<std::string> text;
-};
 
 inline long index_of(const std::string& text, const std::string& needle, long start) {
   if (start >= static_cast<long>(text.size())) return -1;
@@ -30,7 +23,7 @@ inline long index_before(const std::string& text, const std::string& needle, lon
   return found < end ? found : -1;
 }
 
-inline void parse_attribute(Node& node, const std::string& text, long start, long end) {
+inline void parse_attribute(XmlNode& node, const std::string& text, long start, long end) {
   const long equals = index_before(text, "=", start, end);
   if (equals == -1) return;
   long value_start = equals + 1;
@@ -38,10 +31,10 @@ inline void parse_attribute(Node& node, const std::string& text, long start, lon
   const long value_end = text[end - 1] == '"' ? end - 1 : end;
   std::string value =
       value_end > value_start ? text.substr(value_start, value_end - value_start) : std::string();
-  node.attributes.emplace_back(text.substr(start, equals - start), std::move(value));
+  xml_node_add_attribute(node, text.substr(start, equals - start), value);
 }
 
-inline void parse_attributes(Node& node, const std::string& text, long start, long end) {
+inline void parse_attributes(XmlNode& node, const std::string& text, long start, long end) {
   for (long position = start; position < end;) {
     long stop = end;
     const long open_quote = index_before(text, "\"", position, end);
@@ -55,15 +48,15 @@ inline void parse_attributes(Node& node, const std::string& text, long start, lo
 }
 
 // With a parent, elements are appended to it; without one, the first becomes the result.
-inline std::optional<Node> parse_element(Node* parent, const std::string& text, long start,
-                                         long end) {
-  std::optional<Node> root;
-  Node* current = parent;
+inline std::unique_ptr<XmlNode> parse_element(XmlNode* parent, const std::string& text,
+                                              long start, long end) {
+  std::unique_ptr<XmlNode> root;
+  XmlNode* current = parent;
   for (long position = start; position < end;) {
     long lt = index_before(text, "<", position, end);
     if (lt != position) {
       if (lt == -1) lt = end;
-      if (parent != nullptr) parent->text = text.substr(position, lt - position);
+      if (parent != nullptr) xml_node_set_text(*parent, text.substr(position, lt - position));
       position = lt;
       continue;
     }
@@ -76,57 +69,36 @@ inline std::optional<Node> parse_element(Node* parent, const std::string& text, 
     long space = index_before(text, " ", lt, gt);
     const bool has_attributes = space != -1;
     if (!has_attributes) space = gt;
-    Node child{text.substr(lt + 1, space - lt - 1), {}, {}, std::nullopt};
+    const std::string name = text.substr(lt + 1, space - lt - 1);
+    auto child = xml_node_new(name);
     long attributes_end = gt;
     long content_end = gt;
     long next = gt + 1;
     if (text[gt - 1] == '/') {
       attributes_end = gt - 1;
     } else {
-      const long closing = index_before(text, "</" + child.name + ">", lt, end);
+      const long closing = index_before(text, "</" + name + ">", lt, end);
       if (closing == -1) break;
       content_end = closing;
-      next = closing + static_cast<long>(child.name.size()) + 3;
+      next = closing + static_cast<long>(name.size()) + 3;
     }
-    if (has_attributes) parse_attributes(child, text, space + 1, attributes_end);
-    parse_element(&child, text, gt + 1, content_end);
+    if (has_attributes) parse_attributes(*child, text, space + 1, attributes_end);
+    parse_element(child.get(), text, gt + 1, content_end);
     if (current != nullptr) {
-      current->children.push_back(std::move(child));
+      xml_node_add_child(*current, std::move(child));
     } else {
       root = std::move(child);
-      current = &*root;
+      current = root.get();
     }
     position = next;
   }
   return root;
 }
 
-inline std::string describe(const Node& node) {
-  std::string out = node.name;
-  if (!node.attributes.empty()) {
-    out += '[';
-    for (std::size_t i = 0; i < node.attributes.size(); ++i) {
-      out += node.attributes[i].first + "=" + node.attributes[i].second;
-      out += i + 1 < node.attributes.size() ? ";" : "";
-    }
-    out += ']';
-  }
-  if (!node.children.empty()) {
-    out += '(';
-    for (std::size_t i = 0; i < node.children.size(); ++i) {
-      out += describe(node.children[i]) + (i + 1 < node.children.size() ? "," : "");
-    }
-    out += ')';
-  }
-  if (node.text) out += "='" + *node.text + "'";
-  return out;
-}
-
 // The picture of the tree that the plain algorithm reads from `text` (up to its first NUL).
 inline std::string parse_and_describe(std::string text) {
   text = text.substr(0, text.find('\0'));
-  const std::optional<Node> root = parse_element(nullptr, text, 0, static_cast<long>(text.size()));
-  return root ? describe(*root) : "null";
+  return describe(parse_element(nullptr, text, 0, static_cast<long>(text.size())).get());
 }
 
 }  // namespace quorlin::reference

@@ -64,4 +64,12 @@ bool LoopbackServer::wait_served_more_than(int count, int timeout_ms) const {
   return served_ > count;
 }
 
+void write_all(int connection, std::string_view bytes) {
+  while (!bytes.empty()) {
+    const ssize_t sent = send(connection, bytes.data(), bytes.size(), MSG_NOSIGNAL);
+    if (sent <= 0) return;
+    bytes.remove_prefix(static_cast<std::size_t>(sent));
+  }
+}
+
 }  // namespace quorlin::tools

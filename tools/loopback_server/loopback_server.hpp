@@ -10,6 +10,7 @@
 
 #include <atomic>
 #include <functional>
+#include <string_view>
 #include <thread>
 
 namespace quorlin::tools {
@@ -42,6 +43,9 @@ class LoopbackServer {
   std::atomic<int> served_{0};
   std::thread thread_;
 };
+
+// Sends all of `bytes` on a connection, or stops at the first failure (the peer has gone).
+void write_all(int connection, std::string_view bytes);
 
 }  // namespace quorlin::tools
 

@@ -59,14 +59,6 @@ std::string field_text(const FormFields& fields, std::string_view name) {
   return std::string(form_get(fields, name).value_or(""));
 }
 
-void write_all(int connection, std::string_view bytes) {
-  while (!bytes.empty()) {
-    ssize_t sent = send(connection, bytes.data(), bytes.size(), MSG_NOSIGNAL);
-    if (sent <= 0) return;
-    bytes.remove_prefix(sent);
-  }
-}
-
 }  // namespace
 
 std::unique_ptr<PeerNetworkList> seed_networks(int generated_networks) {
@@ -378,12 +370,12 @@ void ServiceSimulator::handle(int connection) {
     case Misbehaviour::kCloseWithoutReply:
       return;
     case Misbehaviour::kGarbage:
-      write_all(connection, "\x01\xff<<<&&==%%zz</PeerNetworks>\x7f\r\n");
+      tools::write_all(connection, "\x01\xff<<<&&==%%zz</PeerNetworks>\x7f\r\n");
       return;
     case Misbehaviour::kHugeReply: {
       const std::string block(1 << 20, 'x');
       for (std::size_t sent = 0; sent < huge_reply_bytes; sent += block.size()) {
-        write_all(connection, std::string_view(block).substr(
+        tools::write_all(connection, std::string_view(block).substr(
                                   0, std::min(block.size(), huge_reply_bytes - sent)));
       }
       return;
@@ -401,7 +393,7 @@ void ServiceSimulator::handle(int connection) {
                                  : retval_line(-1);
   }
   if (misbehaviour == Misbehaviour::kNoFinalLineEnd && reply.ends_with('\n')) reply.pop_back();
-  write_all(connection, reply);
+  tools::write_all(connection, reply);
 }
 
 }  // namespace quorlin::simulator
