@@ -29,6 +29,7 @@ struct ScriptCase {
   const char* user;
   std::vector<Step> steps;
   bool succeeds;
+  bool reset = false;  // the peer ends by resetting the connection instead of closing it
 };
 
 const std::string kSocks5Request =
@@ -87,6 +88,8 @@ std::vector<ScriptCase> cases() {
           {{kConnect + "\r\n", "HTTP/1.0 200 OK\r\nA: b\r\n"}}, false},
       {"http proxy closes before the status line ends", 3u, nullptr,
           {{kConnect + "\r\n", "HTTP/1.0 200"}}, false},
+      {"http proxy resets instead of answering", 3u, nullptr, {{kConnect + "\r\n", ""}}, false,
+          true},
   };
 }
 // clang-format on
@@ -101,6 +104,9 @@ TEST(ProxyScripted, NegotiationTable) {
       }
       // A failing script ends by closing, so replies cut short end at the tunnel too.
       if (c.succeeds) testing::read_bytes(descriptor, 1);
+      const linger reset_on_close{1, 0};
+      if (c.reset)
+        setsockopt(descriptor, SOL_SOCKET, SO_LINGER, &reset_on_close, sizeof reset_on_close);
     });
     const auto settings =
         testing::loopback_proxy(c.type, proxy.port(), c.user, c.user ? "s3cret" : nullptr);

@@ -7,6 +7,7 @@
 
 #include <chrono>
 #include <fstream>
+#include <optional>
 #include <sstream>
 #include <string>
 #include <vector>
@@ -165,46 +166,43 @@ TEST_F(QuorlinadminTest, DropSparesExactlyFriends) {
             "Member: bob, IP: (null), Status 1\n");
 }
 
-TEST(QuorlinadminWithoutService, ReportsTheFailedCall) {
-  ASSERT_FALSE(testing::accepts_connections(7000)) << "port 7000 is taken by another program";
-  ToolRun list = run_tool("list");
-  EXPECT_EQ(list.err, "quorlinadmin: Call get_networks failed\n");
-  EXPECT_EQ(list.status, 0);
-  ToolRun drop = run_tool("drop");
-  EXPECT_EQ(drop.err, "quorlinadmin:Drop networks fail: call get_networks failed\n");
-  EXPECT_EQ(drop.out, "fail");
-  EXPECT_EQ(run_tool("invite 1 a@b.c").out, "fail");
-}
-
-// A service that answers the list request with fixed bytes.
-TEST(QuorlinadminAgainstScriptedService, EmptyListsAndEntriesThatAreNotNetworks) {
+// A service that answers the list request with fixed bytes, or none at all.
+TEST(QuorlinadminAgainstScriptedService, NoServiceEmptyListsAndEntriesThatAreNotNetworks) {
   const std::string odd_entry =
       "<PeerNetworks><PeerNetwork><Id>4</Id><Name>a</Name></PeerNetwork><Foo></Foo>"
       "<PeerNetwork><Id>5</Id></PeerNetwork></PeerNetworks>\n";
+  const std::string empty = "<PeerNetworks></PeerNetworks>\n";
   const struct {
-    std::string reply;
+    std::optional<std::string> reply;  // none: nothing listens on port 7000
     const char* command;
     const char* err;
     const char* out;
+    int status;
   } rows[] = {
+      {std::nullopt, "list", "quorlinadmin: Call get_networks failed\n", "", 0},
+      {std::nullopt, "drop", "quorlinadmin:Drop networks fail: call get_networks failed\n", "fail",
+       1},
+      {std::nullopt, "invite 1 a@b.c", "", "fail", 1},
       {odd_entry, "list",
        "Network id: 4, name: a\nNetwork member count: 0\n"
        "quorlinadmin: Incorrect data for peernetwork entry\n",
-       ""},
+       "", 0},
       {odd_entry, "drop",
        "quorlinadmin:Deleting network id: 4, name: a... "
        "quorlinadmin:Incorrect data for peernetwork entry\n",
-       "fail"},
-      {"<PeerNetworks></PeerNetworks>\n", "list", "quorlinadmin: No networks found\n", ""},
-      {"<PeerNetworks></PeerNetworks>\n", "drop",
-       "quorlinadmin:Drop networks fail: No networks found\n", "fail"},
+       "fail", 1},
+      {empty, "list", "quorlinadmin: No networks found\n", "", 0},
+      {empty, "drop", "quorlinadmin:Drop networks fail: No networks found\n", "fail", 1},
   };
   for (const auto& row : rows) {
-    testing::ScriptedServer service(testing::answer_one_line(row.reply), 7000);
-    ASSERT_TRUE(service.listening()) << "port 7000 is taken";
+    std::optional<testing::ScriptedServer> service;
+    if (row.reply) service.emplace(testing::answer_one_line(*row.reply), 7000);
+    ASSERT_TRUE(row.reply ? service->listening() : !testing::accepts_connections(7000))
+        << "port 7000 is taken";
     const ToolRun run = run_tool(row.command);
-    EXPECT_EQ(run.err, row.err) << row.command << " " << row.reply;
-    EXPECT_EQ(run.out, row.out) << row.command << " " << row.reply;
+    EXPECT_EQ(run.err, row.err) << row.command << " " << row.reply.value_or("(no service)");
+    EXPECT_EQ(run.out, row.out) << row.command << " " << row.reply.value_or("(no service)");
+    EXPECT_EQ(run.status, row.status) << row.command << " " << row.reply.value_or("(no service)");
   }
 }
 

@@ -3,8 +3,10 @@
 
 #include <gtest/gtest.h>
 
+#include <atomic>
 #include <cstring>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "quorlin/client/form.hpp"
@@ -93,6 +95,13 @@ TEST(ServiceOperations, RequestLinesAndResultsAgainstTheSimulator) {
       "p2pnet_command=7&p2pnet_network=1&p2pnet_peer=nobody",
   };
   EXPECT_EQ(service.requests(), expected);
+
+  // Calls from several threads at once each get a connection of their own.
+  std::vector<std::thread> callers;
+  std::atomic<int> lists{0};
+  for (int i = 0; i < 4; ++i) callers.emplace_back([&] { lists += get_networks(0) != nullptr; });
+  for (std::thread& caller : callers) caller.join();
+  EXPECT_EQ(lists, 4);
 }
 
 // What each operation makes of a reply: its result, then what it wrote to the caller's buffer or

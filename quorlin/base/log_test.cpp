@@ -102,27 +102,19 @@ TEST_F(LogTest, PrintsToStandardOutputUntilStartedAndInConsoleMode) {
   EXPECT_EQ(read_file(path_), "");
 }
 
+// A file type without a name, a file in a missing folder and an unknown type: entries are lost.
 TEST_F(LogTest, EntriesWithoutAUsableFileAreDropped) {
-  struct Case {
-    const char* name;
-    std::optional<fs::path> file;
-    int type;
-  };
-  const std::vector<Case> cases = {
-      {"file type without a name", std::nullopt, 1},
-      {"file in a missing folder", folder_ / "missing" / "x.log", 1},
-      {"unknown type", path_, 2},
-  };
-  for (const Case& test : cases) {
-    SCOPED_TRACE(test.name);
+  const std::pair<std::optional<fs::path>, int> settings[] = {
+      {std::nullopt, 1}, {folder_ / "missing" / "x.log", 1}, {path_, 2}};
+  for (const auto& [file, type] : settings) {
     reset();
-    if (test.file) log_set_string("log_file_name", test.file->c_str());
-    log_set_int("log_type", test.type);
+    if (file) log_set_string("log_file_name", file->c_str());
+    log_set_int("log_type", type);
     log_init();
     testing::internal::CaptureStdout();
     log_printf("lost\n");
     EXPECT_EQ(testing::internal::GetCapturedStdout(), "");
-    EXPECT_TRUE(fs::is_empty(folder_));
+    EXPECT_TRUE(fs::is_empty(folder_)) << type;
   }
 }
 

@@ -179,29 +179,22 @@ TEST(RecordXml, NotificationsAreWrittenForTypeSevenAndAlwaysReadAsAnEmptyList) {
 }
 
 TEST(RecordXml, BuiltRecordsWriteTheirNullsAndListsAndLeaveTheQueue) {
-  auto network = peer_network_new();
-  auto member = peer_member_new(network.get());
+  auto member = peer_member_new(nullptr);
   member->peer_ip = "10.0.0.1";
   peer_member_push_message(*member, "hi");
   peer_member_push_message(*member, std::nullopt);
   auto share = folder_share_new("docs", std::nullopt);
   share_add_accessor(*share, std::make_unique<Accessor>(Accessor{std::nullopt, 1}));
   list_append(member->remote_shares, std::move(share));
-  list_append(network->peer_members, std::move(member));
-  list_append(network->connection_shares, connection_share_new());
-  EXPECT_EQ(peer_network_to_text(*network),
-            "<PeerNetwork><Id>0</Id><Type>0</Type><Name></Name><PeerMembers><PeerMember><Peer>"
-            "</Peer><Status>0</Status><PeerIp>10.0.0.1</PeerIp><ConnectStatus>0</ConnectStatus>"
-            "<RemoteShares><FolderShare><Name>docs</Name><Type>1</Type><AccessList><Accessor>"
-            "<Name></Name><Type>1</Type></Accessor></AccessList><Path></Path></FolderShare>"
-            "</RemoteShares><Messages><Message>hi</Message><Message></Message></Messages>"
-            "<ConnectCount>0</ConnectCount></PeerMember></PeerMembers><FolderShares>"
-            "</FolderShares><ConnectionShares><ConnectionShare><Name>Connection</Name><Type>3"
-            "</Type><AccessList></AccessList></ConnectionShare></ConnectionShares><ConnectStatus>0"
-            "</ConnectStatus><EnableSharing>0</EnableSharing><EnableFolderSharing>0"
-            "</EnableFolderSharing><EnableConnectionSharing>0</EnableConnectionSharing>"
-            "</PeerNetwork>");
-  EXPECT_EQ(list_count(network->peer_members.first->item->messages), 2);
+  list_append(member->remote_shares, connection_share_new());
+  EXPECT_EQ(peer_member_to_text(*member),
+            "<PeerMember><Peer></Peer><Status>0</Status><PeerIp>10.0.0.1</PeerIp><ConnectStatus>0"
+            "</ConnectStatus><RemoteShares><FolderShare><Name>docs</Name><Type>1</Type><AccessList>"
+            "<Accessor><Name></Name><Type>1</Type></Accessor></AccessList><Path></Path>"
+            "</FolderShare><ConnectionShare><Name>Connection</Name><Type>3</Type><AccessList>"
+            "</AccessList></ConnectionShare></RemoteShares><Messages><Message>hi</Message>"
+            "<Message></Message></Messages><ConnectCount>0</ConnectCount></PeerMember>");
+  EXPECT_EQ(list_count(member->messages), 2);
 
   TextList members;
   list_append(members, Text("a"));
