@@ -38,15 +38,17 @@
 namespace quorlin {
 namespace {
 
+// 48 bytes, since a deeply nested document holds one per level: the name's size takes 32 bits,
+// and the top-level range's receiver of elements is kept by the parser, not here.
 struct Frame {
-  XmlNode* node;     // receives the range's text; null at the top level, where text is dropped
-  XmlNode* current;  // receives the range's elements; null until the top level has a root
+  XmlNode* node;  // the open element: receives the range's text and elements (see receiver())
   long position;
   long text_start = -1;  // the last text segment seen; each one replaces the one before
   long text_end = -1;
-  std::string_view name = {};  // the open element's name, in the parsed text
-  std::uint32_t hash = 0;      // the low half of the name's BackwardHash, all that OpenNames uses
-  std::uint32_t slot = 0;      // where OpenNames holds the frame
+  const char* name_data = nullptr;  // the open element's name, in the parsed text
+  std::uint32_t name_size = 0;
+  std::uint32_t slot = 0;  // where OpenNames holds the frame
+  std::string_view name() const { return {name_data, name_size}; }
 };
 
 // The open ranges, in chunks that never move: growing copies no frame, and a deeply nested
@@ -57,7 +59,7 @@ class FrameStack {
   const Frame& operator[](std::size_t index) const {
     return chunks_[index >> kShift][index & kMask];
   }
-  Frame& front() { return chunks_[0][0]; }
+  const Frame& front() const { return chunks_[0][0]; }
   Frame& back() { return *top_; }
   const Frame& back() const { return *top_; }
   std::size_t size() const { return size_; }
@@ -133,20 +135,20 @@ class OpenNames {
   // Enters `frame` unless a frame of its name is open; returns that frame, or -1 if it entered.
   // A removed slot on the way is taken again, so that a name that keeps opening and closing
   // keeps its slot.
-  long insert(long frame, FrameStack& frames) {
+  long insert(long frame, std::uint32_t hash, FrameStack& frames) {
     if ((size_ + removed_ + 1) * 2 > slots_.size()) rebuild(frames);
     Frame& entering = frames[frame];
     std::size_t removed_slot = slots_.size();
-    std::size_t at = slot_of(entering.name, entering.hash, frames, &removed_slot);
+    std::size_t at = slot_of(entering.name(), hash, frames, &removed_slot);
     if (slots_[at].frame >= 0) return slots_[at].frame;
     if (removed_slot != slots_.size()) {
       at = removed_slot;
       --removed_;
     }
-    slots_[at] = Slot{entering.hash, static_cast<std::int32_t>(frame)};
+    slots_[at] = Slot{hash, static_cast<std::int32_t>(frame)};
     entering.slot = static_cast<std::uint32_t>(at);
     ++size_;
-    ++counts_[quick_key(entering.name)];
+    ++counts_[quick_key(entering.name())];
     return -1;
   }
 
@@ -154,7 +156,7 @@ class OpenNames {
     slots_[leaving.slot].frame = kRemoved;
     --size_;
     ++removed_;
-    --counts_[quick_key(leaving.name)];
+    --counts_[quick_key(leaving.name())];
   }
 
  private:
@@ -178,7 +180,7 @@ class OpenNames {
       if (slot.frame == kFree) return at;
       if (slot.frame == kRemoved) {
         if (first_removed != nullptr && *first_removed == slots_.size()) *first_removed = at;
-      } else if (slot.hash == low_half(hash) && frames[slot.frame].name == name) {
+      } else if (slot.hash == low_half(hash) && frames[slot.frame].name() == name) {
         return at;
       }
     }
@@ -219,7 +221,7 @@ class Parser {
   std::string_view root_name() const { return root_name_; }
 
   std::unique_ptr<XmlNode> run() {
-    frames_.push_back(Frame{.node = parent_, .current = parent_, .position = start_});
+    frames_.push_back(Frame{.node = parent_, .position = start_});
     last_closing_ = find_last_closing_start();
     while (!done_) step();
     finish(frames_.front());
@@ -299,26 +301,26 @@ class Parser {
       xml_parse_attributes(element, text_, space + 1, self_closing ? gt - 1 : gt);
     }
     if (!complete) {
-      frames_.back().node = frames_.back().current = &element;
+      frames_.back().node = &element;
       return;
     }
     if (text_end > gt + 1) XmlTree::set_text_view(element, in_copy(gt + 1, text_end));
     parent.position = next;
-    if (parent.current == root_.get()) completed_root_child(element);
+    if (receiver(parent) == root_.get()) completed_root_child(element);
   }
 
   // Opens the range of an element named `name`, whose node the caller appends; false, with
   // nothing opened, when an element of that name is open.
   bool push(std::string_view name, long content_start) {
-    // OpenNames keeps frame indexes and slots in 32 bits: a document with more than 2^30 open
-    // elements (over 3 GB of text) stops there.
-    if (frames_.size() >= (std::size_t{1} << 30)) return false;
+    // Frame indexes, slots and name sizes take 32 bits: a document with more than 2^30 open
+    // elements (over 3 GB of text), or a name of 4 GB, stops there.
+    if (frames_.size() >= (std::size_t{1} << 30) || name.size() > UINT32_MAX) return false;
     frames_.push_back(Frame{.node = nullptr,
-                            .current = nullptr,
                             .position = content_start,
-                            .name = name,
-                            .hash = static_cast<std::uint32_t>(BackwardHash::of(name))});
-    if (open_names_.insert(static_cast<long>(frames_.size()) - 1, frames_) < 0) return true;
+                            .name_data = name.data(),
+                            .name_size = static_cast<std::uint32_t>(name.size())});
+    const auto hash = static_cast<std::uint32_t>(BackwardHash::of(name));
+    if (open_names_.insert(static_cast<long>(frames_.size()) - 1, hash, frames_) < 0) return true;
     frames_.pop_back();
     return false;
   }
@@ -346,8 +348,8 @@ class Parser {
   // there or inside that tag. False when it closes none.
   bool close_at(long lt) {
     const Frame& top = frames_.back();
-    if (frames_.size() > 1 && closes(lt, top.name)) {
-      const long gt = lt + static_cast<long>(top.name.size()) + 2;
+    if (frames_.size() > 1 && closes(lt, top.name())) {
+      const long gt = lt + static_cast<long>(top.name_size) + 2;
       close(static_cast<long>(frames_.size()) - 1, gt);
       // A closing tag of an outer element can begin inside this one only if this name holds "<".
       if (scan::find_byte(text_, '<', lt + 1, gt) >= 0) close_in_group(lt + 1, gt);
@@ -386,14 +388,14 @@ class Parser {
   // The range of frame `index` ends at a closing tag whose ">" is at `gt`.
   void close(long index, long gt) {
     if (static_cast<long>(frames_.size()) > index + 1) {
-      XmlTree::drop_last_child(*frames_[index].current);
+      XmlTree::drop_last_child(*receiver(frames_[index]));
       while (static_cast<long>(frames_.size()) > index + 1) pop();
     }
     finish(frames_.back());
     XmlNode* const closed = frames_.back().node;
     pop();
     frames_.back().position = gt + 1;
-    if (frames_.back().current == root_.get()) completed_root_child(*closed);
+    if (receiver(frames_.back()) == root_.get()) completed_root_child(*closed);
   }
 
   // A child of the root is final once complete, as long as the root completes too. When the
@@ -451,18 +453,19 @@ class Parser {
     if (dropped == root_.get()) {
       root_.reset();
     } else {
-      XmlTree::drop_last_child(*frames_.front().current);
+      XmlTree::drop_last_child(*top_receiver_);
     }
     while (frames_.size() > 1) pop();
     done_ = true;
   }
 
   // Appends an element to the range of `frame`.
-  XmlNode& append(Frame& frame, std::string_view name) {
-    if (frame.current == nullptr) {
+  XmlNode& append(const Frame& frame, std::string_view name) {
+    XmlNode* const receiver = this->receiver(frame);
+    if (receiver == nullptr) {
       root_ = xml_node_new(name);
       root_name_ = name;
-      frame.current = root_.get();
+      top_receiver_ = root_.get();
       if (kept_text_ != nullptr) {
         copy_ = const_cast<char*>(text_.data()) + start_;  // the tree takes the text at the end
       } else if (sink_ == nullptr) {
@@ -475,13 +478,19 @@ class Parser {
       }
       return *root_;
     }
-    if (sink_ != nullptr && frame.current == root_.get()) {
+    if (sink_ != nullptr && receiver == root_.get()) {
       child_mark_ = XmlTree::document(*root_).mark();
     }
-    if (copy_ == nullptr) copy_range_into(XmlTree::document(*frame.current));
+    if (copy_ == nullptr) copy_range_into(XmlTree::document(*receiver));
     // The caller's parent may be shared; the elements made here are not, until returned.
-    if (frame.current == parent_) return xml_add_element(*parent_, name);
-    return XmlTree::add_element_unshared(*frame.current, in_copy(name));
+    if (receiver == parent_) return xml_add_element(*parent_, name);
+    return XmlTree::add_element_unshared(*receiver, in_copy(name));
+  }
+
+  // Where the elements of a range go: its element's node, and at the top level the caller's
+  // parent, or the root once there is one (null before).
+  XmlNode* receiver(const Frame& frame) const {
+    return &frame == &frames_.front() ? top_receiver_ : frame.node;
   }
 
   void copy_range_into(XmlDocument& document) {
@@ -515,6 +524,7 @@ class Parser {
   XmlDocument::Mark child_mark_{};
   std::string_view root_name_;
   FrameStack frames_;
+  XmlNode* top_receiver_ = parent_;
   OpenNames open_names_;
   struct FoundClosing {
     long lt;
