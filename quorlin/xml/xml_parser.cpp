@@ -478,8 +478,11 @@ class Parser {
       }
       return *root_;
     }
-    if (sink_ != nullptr && receiver == root_.get()) {
+    // One mark, before the first child and after the root's attributes, for every child: a
+    // mark per child would keep the block each child began in whenever it filled another.
+    if (sink_ != nullptr && receiver == root_.get() && !child_marked_) {
       child_mark_ = XmlTree::document(*root_).mark();
+      child_marked_ = true;
     }
     if (copy_ == nullptr) copy_range_into(XmlTree::document(*receiver));
     // The caller's parent may be shared; the elements made here are not, until returned.
@@ -522,6 +525,7 @@ class Parser {
   const XmlChildSink* sink_;
   std::unique_ptr<std::string> kept_text_;  // the parsed text, until the tree takes it
   XmlDocument::Mark child_mark_{};
+  bool child_marked_ = false;
   std::string_view root_name_;
   FrameStack frames_;
   XmlNode* top_receiver_ = parent_;

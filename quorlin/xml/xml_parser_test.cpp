@@ -2,6 +2,9 @@
 
 #include <gtest/gtest.h>
 
+#include <malloc.h>
+
+#include <algorithm>
 #include <random>
 #include <string>
 #include <utility>
@@ -167,6 +170,22 @@ TEST(XmlParse, WideAndHostileDocumentsStayLinear) {
   auto tree = xml_parse(wide);
   ASSERT_NE(tree, nullptr);
   EXPECT_EQ(list_count(const_cast<XmlChildren&>(xml_node_children(*tree))), 200'000);
+  // Handed over one by one, children take memory one at a time, even those that fill several
+  // blocks: not the 8 MB of the whole tree.
+  std::string groups = "<r>";
+  for (int i = 0; i < 20; ++i) {
+    groups += "<g>";
+    for (int j = 0; j < 5000; ++j) groups += "<e>1</e>";
+    groups += "</g>";
+  }
+  std::size_t first_use = 0, most_use = 0, handed_over = 0;
+  xml_parse_children(groups + "</r>", [&](const XmlNode&, const XmlNode&) {
+    const struct mallinfo2 use = mallinfo2();
+    if (handed_over++ == 0) first_use = use.uordblks + use.hblkhd;
+    most_use = std::max(most_use, use.uordblks + use.hblkhd);
+  });
+  EXPECT_EQ(handed_over, 20u);
+  EXPECT_LT(most_use - first_use, 1u << 20);
 
   std::string unclosed;
   for (int i = 0; i < 100'000; ++i) unclosed += "<u>";
