@@ -3,6 +3,8 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <atomic>
+#include <chrono>
 #include <functional>
 #include <memory>
 #include <thread>
@@ -85,6 +87,19 @@ TEST(RecursiveLock, TheHolderTakesItAgainAndOthersWaitForTheLastRelease) {
     EXPECT_TRUE(lock.try_lock());
     lock.unlock();
   }).join();
+  // A thread that waits in lock() gets the lock once the holder lets go.
+  std::atomic<bool> taken{false};
+  lock.lock();
+  std::thread waiter([&] {
+    lock.lock();
+    taken = true;
+    lock.unlock();
+  });
+  std::this_thread::sleep_for(std::chrono::milliseconds(20));
+  EXPECT_FALSE(taken);
+  lock.unlock();
+  waiter.join();
+  EXPECT_TRUE(taken);
 }
 
 TEST(ListConcurrency, EightThreadsKeepTheLinksConsistent) {

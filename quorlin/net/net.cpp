@@ -1,4 +1,4 @@
-// Process-wide transport state. The cache owns its texts through `cached_texts`, because the
+// Process-wide transport state. The host cache owns its texts beside its table, because the
 // hash table stores one-word values it never frees.
 #include "quorlin/net/net.hpp"
 
@@ -24,9 +24,12 @@ struct NetState {
   std::optional<std::string> preferred_address;
   std::mutex resolver_lock;  // always usable, so address_to_text works before net_init
   std::unique_ptr<ProxySettings> proxy_settings;
-  std::unique_ptr<HashTable> host_cache;
-  std::vector<std::unique_ptr<std::string>> cached_texts;
-  std::mutex cached_texts_lock;  // two threads may resolve and store the same new name at once
+  struct HostCache {
+    std::unique_ptr<HashTable> table = hash_table_create(5);
+    std::vector<std::unique_ptr<std::string>> texts;
+    std::mutex texts_lock;  // two threads may resolve and store the same new name at once
+  };
+  std::unique_ptr<HostCache> host_cache;
 };
 
 NetState& state() {
@@ -61,14 +64,13 @@ int net_init() {
   NetState& net = state();
   net.proxy_settings = proxy_settings_new();
   apply_debug_setting();
-  net.host_cache = hash_table_create(5);
+  net.host_cache = std::make_unique<NetState::HostCache>();
   return 0;
 }
 
 void net_shutdown() {
   NetState& net = state();
   net.host_cache.reset();
-  net.cached_texts.clear();
   net.proxy_settings.reset();
 }
 
@@ -90,7 +92,7 @@ std::optional<std::string> resolve_host(const char* host) {
   NetState& net = state();
   // Before net_init there is no cache: every call resolves.
   if (net.host_cache) {
-    if (HashValue cached = hash_table_lookup(*net.host_cache, host)) {
+    if (HashValue cached = hash_table_lookup(*net.host_cache->table, host)) {
       return *reinterpret_cast<const std::string*>(cached);
     }
   }
@@ -108,9 +110,9 @@ std::optional<std::string> resolve_host(const char* host) {
   std::string text = address_to_text(first);
   if (net.host_cache) {
     auto stored = std::make_unique<std::string>(text);
-    hash_table_insert(*net.host_cache, host, reinterpret_cast<HashValue>(stored.get()));
-    std::lock_guard hold(net.cached_texts_lock);
-    net.cached_texts.push_back(std::move(stored));
+    hash_table_insert(*net.host_cache->table, host, reinterpret_cast<HashValue>(stored.get()));
+    std::lock_guard hold(net.host_cache->texts_lock);
+    net.host_cache->texts.push_back(std::move(stored));
   }
   return text;
 }

@@ -24,18 +24,14 @@ inline unsigned byte_mask(const char* at, char byte) {
 }
 #endif
 
-// The first position in text[from, end) whose byte is `first` or `second`, or -1. Sixteen
-// bytes are compared at once wherever sixteen can be read inside the text.
+// The first position in text[from, end) whose byte is `first` or `second`, or -1; `end` is at
+// most the text's size. Sixteen bytes are compared at once while sixteen are left in the range.
 inline long find_either(std::string_view text, char first, char second, long from, long end) {
   const char* data = text.data();
 #if defined(__SSE2__)
-  const long last_block = static_cast<long>(text.size()) - 16;
-  for (; from < end && from <= last_block; from += 16) {
+  for (; from <= end - 16; from += 16) {
     const unsigned hits = byte_mask(data + from, first) | byte_mask(data + from, second);
-    if (hits != 0) {
-      const long at = from + __builtin_ctz(hits);
-      return at < end ? at : -1;
-    }
+    if (hits != 0) return from + __builtin_ctz(hits);
   }
 #endif
   for (; from < end; ++from) {
