@@ -66,7 +66,8 @@ TEST(RecvExact, StatusAndCountTable) {
 }
 
 // Results and what is printed: traces only at threshold 0, the connect errors at 4 and below, the
-// bind error always; no descriptor is left open by a failure.
+// bind error always; no descriptor is left open by a failure. With standard input closed the
+// socket is descriptor 0, which is returned but is not "opened" (that takes 1 or more).
 TEST(ConnectionOpen, ResultsTracesAndErrorsByThreshold) {
   ScriptedServer server(testing::echo_handler());
   const int closed = testing::free_port();
@@ -77,11 +78,13 @@ TEST(ConnectionOpen, ResultsTracesAndErrorsByThreshold) {
     int threshold;
     int source_port;
     int port;
-    int result;  // 1: a descriptor
+    int result;  // 1: a descriptor of 1 or more
     std::string out;
     std::string err;
+    bool without_stdin = false;
   } rows[] = {
       {0, 0, server.port(), 1, trace, ""},
+      {0, 0, server.port(), 0, trace.substr(0, trace.size() - 18), "", true},
       {1, 0, server.port(), 1, "", ""},
       {4, 0, closed, -2, "Could not connect\nCould not connect to server\n", ""},
       {5, 0, closed, -2, "", ""},
@@ -92,8 +95,10 @@ TEST(ConnectionOpen, ResultsTracesAndErrorsByThreshold) {
     net_set_option("debug", row.threshold);
     const int descriptors = testing::open_descriptor_count();
     const int served = server.served();
+    const int saved_stdin = dup(0);
     ::testing::internal::CaptureStdout();
     ::testing::internal::CaptureStderr();
+    if (row.without_stdin) close(0);
     const Connection connection = connection_open(row.source_port, "127.0.0.1", row.port);
     const std::string out = ::testing::internal::GetCapturedStdout();
     EXPECT_EQ(::testing::internal::GetCapturedStderr(), row.err);
@@ -103,8 +108,11 @@ TEST(ConnectionOpen, ResultsTracesAndErrorsByThreshold) {
       expected_out += byte == '@' ? std::to_string(connection) : std::string(1, byte);
     }
     EXPECT_EQ(out, expected_out);
+    if (connection > 0) connection_close(connection);
+    dup2(saved_stdin, 0);  // closes a connection on descriptor 0
+    close(saved_stdin);
     // The server's end closes in its own thread: count after it has.
-    if (connection > 0) connection_close(connection), server.wait_served_more_than(served);
+    if (connection >= 0) server.wait_served_more_than(served);
     EXPECT_EQ(testing::open_descriptor_count(), descriptors);
   }
   net_set_option("debug", 5);
