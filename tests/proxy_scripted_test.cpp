@@ -5,6 +5,7 @@
 #include <gtest/gtest.h>
 
 #include <sys/socket.h>
+#include <unistd.h>
 
 #include <string>
 #include <vector>
@@ -145,6 +146,14 @@ TEST(ProxyScripted, TypeZeroReturnsTheConnectionToTheProxyItself) {
   connection_close(descriptor);
   // The server's end of that connection closes in its own thread: count after it has.
   ASSERT_TRUE(proxy.wait_served_more_than(0));
+
+  // With standard input closed the socket made here is descriptor 0, a socket like any other.
+  const int saved_stdin = dup(0);
+  close(0);
+  EXPECT_EQ(proxy_connect(*settings, 0, "ignored", 1), 0);
+  dup2(saved_stdin, 0);
+  close(saved_stdin);
+  ASSERT_TRUE(proxy.wait_served_more_than(1));
 
   proxy_settings_set_int(*settings, "proxy_port", testing::free_port());
   int before = testing::open_descriptor_count();
