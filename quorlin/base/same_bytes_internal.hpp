@@ -16,25 +16,27 @@ Word word_at(const char* bytes) {
   return word;
 }
 
-// Most names are 4 to 32 bytes: overlapping word loads compare them without a call.
+// Names are short: words that overlap at the end cover any length from 4 up without a call
+// or a loop over single bytes.
 inline bool same_bytes(std::string_view a, std::string_view b) {
   const std::size_t size = a.size();
   if (size != b.size()) return false;
   const char* x = a.data();
   const char* y = b.data();
-  if (size >= 8 && size <= 32) {
-    using Word = std::uint64_t;
-    const bool ends_same = word_at<Word>(x) == word_at<Word>(y) &&
-                           word_at<Word>(x + size - 8) == word_at<Word>(y + size - 8);
-    if (size <= 16 || !ends_same) return ends_same;
-    return word_at<Word>(x + 8) == word_at<Word>(y + 8) &&
-           word_at<Word>(x + size - 16) == word_at<Word>(y + size - 16);
+  if (size >= 8) {
+    for (std::size_t at = 0; at + 8 < size; at += 8) {
+      if (word_at<std::uint64_t>(x + at) != word_at<std::uint64_t>(y + at)) return false;
+    }
+    return word_at<std::uint64_t>(x + size - 8) == word_at<std::uint64_t>(y + size - 8);
   }
-  if (size >= 4 && size < 8) {
+  if (size >= 4) {
     return word_at<std::uint32_t>(x) == word_at<std::uint32_t>(y) &&
            word_at<std::uint32_t>(x + size - 4) == word_at<std::uint32_t>(y + size - 4);
   }
-  return std::memcmp(x, y, size) == 0;
+  for (std::size_t at = 0; at < size; ++at) {
+    if (x[at] != y[at]) return false;
+  }
+  return true;
 }
 
 }  // namespace quorlin
