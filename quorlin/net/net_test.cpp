@@ -79,6 +79,7 @@ TEST(ProxySettings, KeysTypesAndUnknownKeys) {
 
   std::string host = "h";
   ProxyInfo info;
+  EXPECT_EQ(info, (ProxyInfo{0, std::nullopt, 0, std::nullopt, std::nullopt}));
   proxy_info_fill(info, 2, host.c_str(), 9050, nullptr, "pw");
   host = "changed";
   ProxyInfo copy;
