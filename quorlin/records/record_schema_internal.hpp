@@ -98,7 +98,6 @@ struct Schema {
   std::span<const Field<Record>> fields;
 };
 
-
 // Reads one child with the row of its name, looking from row `from` on and wrapping around;
 // returns the row after the one found (children mostly come in the table's order), or `from`
 // when no row has the name. A child whose row has no reader, or no row, is skipped.

@@ -48,8 +48,8 @@ inline void parse_attributes(XmlNode& node, const std::string& text, long start,
 }
 
 // With a parent, elements are appended to it; without one, the first becomes the result.
-inline std::unique_ptr<XmlNode> parse_element(XmlNode* parent, const std::string& text,
-                                              long start, long end) {
+inline std::unique_ptr<XmlNode> parse_element(XmlNode* parent, const std::string& text, long start,
+                                              long end) {
   std::unique_ptr<XmlNode> root;
   XmlNode* current = parent;
   for (long position = start; position < end;) {

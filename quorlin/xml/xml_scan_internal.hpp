@@ -45,7 +45,6 @@ inline long find_byte(std::string_view text, char byte, long from, long end) {
   return find_either(text, byte, byte, from, end);
 }
 
-
 }  // namespace quorlin::scan
 
 #endif  // QUORLIN_XML_XML_SCAN_INTERNAL_HPP

@@ -376,7 +376,7 @@ void ServiceSimulator::handle(int connection) {
       const std::string block(1 << 20, 'x');
       for (std::size_t sent = 0; sent < huge_reply_bytes; sent += block.size()) {
         tools::write_all(connection, std::string_view(block).substr(
-                                  0, std::min(block.size(), huge_reply_bytes - sent)));
+                                         0, std::min(block.size(), huge_reply_bytes - sent)));
       }
       return;
     }
