@@ -12,8 +12,6 @@
 #define QUORLIN_RECORDS_RECORD_SCHEMA_INTERNAL_HPP
 
 #include <charconv>
-#include <cstdint>
-#include <cstring>
 #include <memory>
 #include <span>
 #include <string>

@@ -31,6 +31,7 @@
 #include <random>
 #include <vector>
 
+#include "quorlin/base/same_bytes_internal.hpp"
 #include "quorlin/base/strings.hpp"
 #include "quorlin/xml/xml_scan_internal.hpp"
 #include "quorlin/xml/xml_tree_internal.hpp"

@@ -1,14 +1,10 @@
 // Byte searches for the XML parser (internal: not installed). Sixteen bytes are compared at once
-// (SSE2) wherever sixteen can be read inside the text; nothing is read outside it. Each search
+// (SSE2) while sixteen are left in the range searched; nothing is read outside it. Each search
 // returns a position in the text, or -1 when the bytes are not there.
 #ifndef QUORLIN_XML_XML_SCAN_INTERNAL_HPP
 #define QUORLIN_XML_XML_SCAN_INTERNAL_HPP
 
-#include <cstdint>
-#include <cstring>
 #include <string_view>
-
-#include "quorlin/base/same_bytes_internal.hpp"
 
 #if defined(__SSE2__)
 #include <emmintrin.h>
