@@ -58,8 +58,8 @@ std::byte* XmlDocument::add_block(std::size_t size) {
   return blocks_.back().get();
 }
 
-char* XmlDocument::copy(std::string_view bytes) {
-  char* target = static_cast<char*>(allocate(bytes.size(), 1));
+char* XmlDocument::copy_in_new_block(std::string_view bytes) {
+  char* target = static_cast<char*>(allocate_in_new_block(bytes.size(), 1));
   if (!bytes.empty()) std::memcpy(target, bytes.data(), bytes.size());
   return target;
 }

@@ -24,11 +24,8 @@ void XmlNode::operator delete(XmlNode* node, std::destroying_delete_t) {
   delete document;
 }
 
-XmlChildren& XmlTree::children(XmlNode& node) {
-  if (node.children_ == nullptr) {
-    node.children_ = make_in<XmlChildren>(*node.document_, XmlArenaNodes{node.document_});
-  }
-  return *node.children_;
+XmlChildren& XmlTree::make_children(XmlNode& node) {
+  return *(node.children_ = make_in<XmlChildren>(*node.document_, XmlArenaNodes{node.document_}));
 }
 
 XmlAttributes& XmlTree::attributes(XmlNode& node) {
@@ -36,12 +33,6 @@ XmlAttributes& XmlTree::attributes(XmlNode& node) {
     node.attributes_ = make_in<XmlAttributes>(*node.document_, XmlArenaNodes{node.document_});
   }
   return *node.attributes_;
-}
-
-void XmlTree::set_text_view(XmlNode& node, std::string_view bytes) {
-  if (node.text_size_ & kOwnedText) node.document_->release_text(node.text_);
-  node.text_ = const_cast<char*>(bytes.data());
-  node.text_size_ = bytes.size();
 }
 
 void XmlTree::set_text(XmlNode& node, std::optional<std::string_view> text) {
@@ -68,11 +59,6 @@ void XmlTree::set_text(XmlNode& node, std::optional<std::string_view> text) {
 XmlChild* XmlTree::holder(XmlNode* node) {
   static_assert(std::is_standard_layout_v<XmlChild>);
   return reinterpret_cast<XmlChild*>(reinterpret_cast<std::byte*>(node) - offsetof(XmlChild, item));
-}
-
-XmlNode& XmlTree::add_element_unshared(XmlNode& parent, std::string_view name_in_document) {
-  return list_append_unlocked(children(parent), XmlNodeSeed{parent.document_, name_in_document})
-      ->item;
 }
 
 void XmlTree::drop_last_child(XmlNode& parent) {

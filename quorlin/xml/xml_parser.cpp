@@ -17,8 +17,8 @@
 // The open names are found through a table keyed by a seeded hash of the name read backwards,
 // so that the names of every "</" that ends at one ">" are hashed in one backward sweep. Each
 // byte of the text is therefore read a bounded number of times, however the document nests or
-// breaks. The tree keeps one copy of the parsed range, or the text itself when it was handed
-// over; its names and texts are views of it. When the caller takes the root's children one by
+// breaks. The tree copies the names and texts it holds, one copy per repeated name, or views
+// the text itself when it was handed over. When the caller takes the root's children one by
 // one, each goes as soon as it is complete and the arena is rewound to where it began.
 #include "quorlin/xml/xml_parser.hpp"
 
@@ -296,7 +296,7 @@ class Parser {
     // The first "</name>" to come would close an open element of the same name first, and
     // leave none for this one: such an element is not made, and the range stops before it.
     if (!complete && !push(name, gt + 1)) return stop(lt);
-    Frame& parent = frames_[frames_.size() - (complete ? 1 : 2)];
+    Frame& parent = complete ? frames_.back() : frames_[frames_.size() - 2];
     XmlNode& element = append(parent, name);
     if (space >= 0) {
       xml_parse_attributes(element, text_, space + 1, self_closing ? gt - 1 : gt);
@@ -305,7 +305,7 @@ class Parser {
       frames_.back().node = &element;
       return;
     }
-    if (text_end > gt + 1) XmlTree::set_text_view(element, in_copy(gt + 1, text_end));
+    if (text_end > gt + 1) XmlTree::set_text_view(element, kept(element, gt + 1, text_end));
     parent.position = next;
     if (receiver(parent) == root_.get()) completed_root_child(element);
   }
@@ -467,16 +467,9 @@ class Parser {
       root_ = xml_node_new(name);
       root_name_ = name;
       top_receiver_ = root_.get();
-      if (kept_text_ != nullptr) {
-        copy_ = const_cast<char*>(text_.data()) + start_;  // the tree takes the text at the end
-      } else if (sink_ == nullptr) {
-        copy_range_into(XmlTree::document(*root_));
-      } else {
-        // Children handed over one by one live only during the hand-over: they view the text,
-        // and the root's List is made now, before the first child's memory is marked.
-        copy_ = const_cast<char*>(text_.data()) + start_;
-        XmlTree::children(*root_);
-      }
+      // Children handed over one by one live only during the hand-over: the root's List is
+      // made now, before the first child's memory is marked.
+      if (sink_ != nullptr) XmlTree::children(*root_);
       return *root_;
     }
     // One mark, before the first child and after the root's attributes, for every child: a
@@ -485,10 +478,9 @@ class Parser {
       child_mark_ = XmlTree::document(*root_).mark();
       child_marked_ = true;
     }
-    if (copy_ == nullptr) copy_range_into(XmlTree::document(*receiver));
     // The caller's parent may be shared; the elements made here are not, until returned.
     if (receiver == parent_) return xml_add_element(*parent_, name);
-    return XmlTree::add_element_unshared(*receiver, in_copy(name));
+    return XmlTree::add_element_unshared(*receiver, kept_name(*receiver, name));
   }
 
   // Where the elements of a range go: its element's node, and at the top level the caller's
@@ -497,16 +489,26 @@ class Parser {
     return &frame == &frames_.front() ? top_receiver_ : frame.node;
   }
 
-  void copy_range_into(XmlDocument& document) {
-    copy_ = document.copy(text_.substr(start_, end_ - start_));
+  // The tree views the text it keeps (or lends for a hand-over) in place, and copies the
+  // pieces of any other text.
+  bool views_text() const { return kept_text_ != nullptr || sink_ != nullptr; }
+
+  // The bytes text[start, end) as the tree of `node` holds them.
+  std::string_view kept(const XmlNode& node, long start, long end) const {
+    const std::string_view bytes = text_.substr(start, end - start);
+    return views_text() ? bytes : XmlTree::document(node).copy_text(bytes);
   }
 
-  std::string_view in_copy(long start, long end) const {
-    return {copy_ + (start - start_), static_cast<std::size_t>(end - start)};
-  }
-  std::string_view in_copy(std::string_view part) const {
-    const long start = part.data() - text_.data();
-    return in_copy(start, start + static_cast<long>(part.size()));
+  // An element name as the tree of `node` holds it. A document repeats a few names many times,
+  // so each copy serves the later elements of the same name: a name is looked for in one
+  // entry of a small table, keyed by its size and outer bytes, and copied again on a miss.
+  std::string_view kept_name(const XmlNode& node, std::string_view name) {
+    if (views_text()) return name;
+    std::string_view& copied = copied_names_[OpenNames::quick_key(name) % copied_names_.size()];
+    if (copied.data() == nullptr || !same_bytes(copied, name)) {
+      copied = XmlTree::document(node).copy_text(name);
+    }
+    return copied;
   }
 
   void finish(const Frame& frame) {
@@ -515,7 +517,7 @@ class Parser {
       xml_node_set_text(*parent_,
                         text_.substr(frame.text_start, frame.text_end - frame.text_start));
     } else {
-      XmlTree::set_text_view(*frame.node, in_copy(frame.text_start, frame.text_end));
+      XmlTree::set_text_view(*frame.node, kept(*frame.node, frame.text_start, frame.text_end));
     }
   }
 
@@ -539,7 +541,7 @@ class Parser {
   long gt_search_from_ = std::numeric_limits<long>::max();  // no search yet
   long gt_found_ = -1;
   long last_closing_ = -1;
-  char* copy_ = nullptr;  // the tree's copy of text[start_, end_)
+  std::array<std::string_view, 256> copied_names_{};
   std::unique_ptr<XmlNode> root_;
   bool done_ = false;
 };

@@ -15,8 +15,8 @@
 ///
 /// The parse reads the text once, front to back, in time linear in the text: every search is
 /// bounded by its range, and nesting is followed with an explicit stack, so depth costs no
-/// stack. The tree keeps one copy of the parsed range (or, from xml_parse_buffer, the text it was
-/// given), and its names and texts are views of it.
+/// stack. The tree holds copies of its names and texts, a repeated name mostly copied once, or,
+/// from xml_parse_buffer, views of the text it was given.
 #ifndef QUORLIN_XML_XML_PARSER_HPP
 #define QUORLIN_XML_XML_PARSER_HPP
 

@@ -15,6 +15,7 @@
 #include <array>
 #include <cstddef>
 #include <cstdint>
+#include <cstring>
 #include <limits>
 #include <memory>
 #include <string>
@@ -43,8 +44,16 @@ class XmlDocument {
     return result;
   }
 
-  // A copy of `bytes` in the arena; never null, even for an empty view.
-  char* copy(std::string_view bytes);
+  // A copy of `bytes` in the arena; never null, even for an empty view. Bytes are taken from
+  // the top of the block, while aligned pieces grow from its bottom, so that short names and
+  // texts between nodes cost no padding.
+  char* copy(std::string_view bytes) {
+    if (next_ == nullptr || bytes.size() > left_) return copy_in_new_block(bytes);
+    left_ -= bytes.size();
+    char* target = reinterpret_cast<char*>(next_ + left_);
+    copy_bytes(target, bytes);
+    return target;
+  }
   std::string_view copy_text(std::string_view bytes) { return {copy(bytes), bytes.size()}; }
 
   // A reusable block of at least `size` bytes for a text, and its return. block_capacity
@@ -78,6 +87,33 @@ class XmlDocument {
 
  private:
   void* allocate_in_new_block(std::size_t size, std::size_t alignment);
+  char* copy_in_new_block(std::string_view bytes);
+  // Most names and texts are short: up to 16 bytes are two overlapping words, without a call.
+  static void copy_bytes(char* target, std::string_view bytes) {
+    const std::size_t size = bytes.size();
+    const char* source = bytes.data();
+    if (size > 16) {
+      std::memcpy(target, source, size);
+    } else if (size >= 8) {
+      store(target, load<std::uint64_t>(source));
+      store(target + size - 8, load<std::uint64_t>(source + size - 8));
+    } else if (size >= 4) {
+      store(target, load<std::uint32_t>(source));
+      store(target + size - 4, load<std::uint32_t>(source + size - 4));
+    } else {
+      for (std::size_t at = 0; at < size; ++at) target[at] = source[at];
+    }
+  }
+  template <typename Word>
+  static Word load(const char* bytes) {
+    Word word;
+    std::memcpy(&word, bytes, sizeof word);
+    return word;
+  }
+  template <typename Word>
+  static void store(char* bytes, Word word) {
+    std::memcpy(bytes, &word, sizeof word);
+  }
   std::byte* add_block(std::size_t size);
   XmlDocument* head();
 
@@ -107,14 +143,20 @@ struct XmlTree {
 
   static XmlDocument& document(const XmlNode& node) { return *node.document_; }
   static std::string_view name(const XmlNode& node) { return node.name_; }
-  static XmlChildren& children(XmlNode& node);
+  static XmlChildren& children(XmlNode& node) {
+    return node.children_ != nullptr ? *node.children_ : make_children(node);
+  }
   static const XmlChildren* children_or_null(const XmlNode& node) { return node.children_; }
   static const XmlAttributes* attributes_or_null(const XmlNode& node) { return node.attributes_; }
   static XmlAttributes& attributes(XmlNode& node);
   static std::optional<std::string_view> text(const XmlNode& node) { return xml_node_text(node); }
   // Points the text at bytes of the node's document that belong to this node alone; a later
   // setter may overwrite them but does not reuse them for another text.
-  static void set_text_view(XmlNode& node, std::string_view bytes);
+  static void set_text_view(XmlNode& node, std::string_view bytes) {
+    if (node.text_size_ & kOwnedText) node.document_->release_text(node.text_);
+    node.text_ = const_cast<char*>(bytes.data());
+    node.text_size_ = bytes.size();
+  }
   static void set_text(XmlNode& node, std::optional<std::string_view> text);
 
   // The List node that holds `node`: a root is made inside one, so that adoption can link it.
@@ -122,9 +164,15 @@ struct XmlTree {
 
   // Appends an element whose name already lives in the parent's document, without copying the
   // name and without the children List's lock: for a tree no other thread can reach yet.
-  static XmlNode& add_element_unshared(XmlNode& parent, std::string_view name_in_document);
+  static XmlNode& add_element_unshared(XmlNode& parent, std::string_view name_in_document) {
+    return list_append_unlocked(children(parent), XmlNodeSeed{parent.document_, name_in_document})
+        ->item;
+  }
   // Unlinks the last child, which then stays unused in the document until the tree is freed.
   static void drop_last_child(XmlNode& parent);
+
+ private:
+  static XmlChildren& make_children(XmlNode& node);  // the List of a node's first child
 };
 
 }  // namespace quorlin
