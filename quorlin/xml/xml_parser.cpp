@@ -1,5 +1,5 @@
 // The parser reads the text once, front to back, with an explicit stack of open ranges (Frame):
-// the element whose content the range is, the position reached, and the range's last text.
+// the element whose content the range is and the position reached.
 //
 // An element's content ends at the first "</name>" after its opening tag. Rather than search
 // for that tag when the element opens, the parse goes on into the content and closes the
@@ -39,17 +39,14 @@
 namespace quorlin {
 namespace {
 
-// 48 bytes, since a deeply nested document holds one per level: the name's size takes 32 bits,
-// and the top-level range's receiver of elements is kept by the parser, not here.
+// 24 bytes, since a deeply nested document holds one per level: the name is the node's, and a
+// text is given to the node as soon as it is read (the last one read stays), so that the frame
+// keeps neither.
 struct Frame {
-  XmlNode* node;  // the open element: receives the range's text and elements (see receiver())
+  XmlNode* node;  // the open element: receives the range's texts and elements (see receiver())
   long position;
-  long text_start = -1;  // the last text segment seen; each one replaces the one before
-  long text_end = -1;
-  const char* name_data = nullptr;  // the open element's name, in the parsed text
-  std::uint32_t name_size = 0;
   std::uint32_t slot = 0;  // where OpenNames holds the frame
-  std::string_view name() const { return {name_data, name_size}; }
+  std::string_view name() const { return XmlTree::name(*node); }
 };
 
 // The open ranges, in chunks that never move: growing copies no frame, and a deeply nested
@@ -133,14 +130,14 @@ class OpenNames {
     return frame >= 0 ? frame : -1;
   }
 
-  // Enters `frame` unless a frame of its name is open; returns that frame, or -1 if it entered.
-  // A removed slot on the way is taken again, so that a name that keeps opening and closing
-  // keeps its slot.
-  long insert(long frame, std::uint32_t hash, FrameStack& frames) {
+  // Enters `frame`, whose element is named `name` but not made yet, unless a frame of that name
+  // is open; returns that frame, or -1 if it entered. A removed slot on the way is taken
+  // again, so that a name that keeps opening and closing keeps its slot.
+  long insert(long frame, std::string_view name, std::uint32_t hash, FrameStack& frames) {
     if ((size_ + removed_ + 1) * 2 > slots_.size()) rebuild(frames);
     Frame& entering = frames[frame];
     std::size_t removed_slot = slots_.size();
-    std::size_t at = slot_of(entering.name(), hash, frames, &removed_slot);
+    std::size_t at = slot_of(name, hash, frames, &removed_slot);
     if (slots_[at].frame >= 0) return slots_[at].frame;
     if (removed_slot != slots_.size()) {
       at = removed_slot;
@@ -149,7 +146,7 @@ class OpenNames {
     slots_[at] = Slot{hash, static_cast<std::int32_t>(frame)};
     entering.slot = static_cast<std::uint32_t>(at);
     ++size_;
-    ++counts_[quick_key(entering.name())];
+    ++counts_[quick_key(name)];
     return -1;
   }
 
@@ -225,7 +222,6 @@ class Parser {
     frames_.push_back(Frame{.node = parent_, .position = start_});
     last_closing_ = find_last_closing_start();
     while (!done_) step();
-    finish(frames_.front());
     // The open frames view the text until here, even when the root has been dropped.
     if (root_ != nullptr && kept_text_ != nullptr) {
       XmlTree::document(*root_).keep(std::move(kept_text_));
@@ -246,9 +242,8 @@ class Parser {
     }
     if (text_[lt] != '<') {
       const long next_tag = scan::find_byte(text_, '<', lt, end_);
-      frame.text_start = lt;
-      frame.text_end = frame.position = next_tag < 0 ? end_ : next_tag;
-      return;
+      frame.position = next_tag < 0 ? end_ : next_tag;
+      return set_text(frame, lt, frame.position);
     }
     if (lt + 1 < length() && text_[lt + 1] == '/' && close_at(lt)) return;
     read_tag(lt);
@@ -316,12 +311,11 @@ class Parser {
     // Frame indexes, slots and name sizes take 32 bits: a document with more than 2^30 open
     // elements (over 3 GB of text), or a name of 4 GB, stops there.
     if (frames_.size() >= (std::size_t{1} << 30) || name.size() > UINT32_MAX) return false;
-    frames_.push_back(Frame{.node = nullptr,
-                            .position = content_start,
-                            .name_data = name.data(),
-                            .name_size = static_cast<std::uint32_t>(name.size())});
+    frames_.push_back(Frame{.node = nullptr, .position = content_start});
     const auto hash = static_cast<std::uint32_t>(BackwardHash::of(name));
-    if (open_names_.insert(static_cast<long>(frames_.size()) - 1, hash, frames_) < 0) return true;
+    if (open_names_.insert(static_cast<long>(frames_.size()) - 1, name, hash, frames_) < 0) {
+      return true;
+    }
     frames_.pop_back();
     return false;
   }
@@ -350,7 +344,7 @@ class Parser {
   bool close_at(long lt) {
     const Frame& top = frames_.back();
     if (frames_.size() > 1 && closes(lt, top.name())) {
-      const long gt = lt + static_cast<long>(top.name_size) + 2;
+      const long gt = lt + static_cast<long>(top.name().size()) + 2;
       close(static_cast<long>(frames_.size()) - 1, gt);
       // A closing tag of an outer element can begin inside this one only if this name holds "<".
       if (scan::find_byte(text_, '<', lt + 1, gt) >= 0) close_in_group(lt + 1, gt);
@@ -392,7 +386,6 @@ class Parser {
       XmlTree::drop_last_child(*receiver(frames_[index]));
       while (static_cast<long>(frames_.size()) > index + 1) pop();
     }
-    finish(frames_.back());
     XmlNode* const closed = frames_.back().node;
     pop();
     frames_.back().position = gt + 1;
@@ -450,13 +443,13 @@ class Parser {
   // No closing tag comes for the open elements: the lowest of them is dropped, and the
   // top-level range ends there.
   void drop_open_elements() {
-    XmlNode* dropped = frames_[1].node;
-    if (dropped == root_.get()) {
+    const bool root_dropped = frames_[1].node == root_.get();
+    while (frames_.size() > 1) pop();  // before the root goes: leaving reads the names
+    if (root_dropped) {
       root_.reset();
     } else {
       XmlTree::drop_last_child(*top_receiver_);
     }
-    while (frames_.size() > 1) pop();
     done_ = true;
   }
 
@@ -511,13 +504,13 @@ class Parser {
     return copied;
   }
 
-  void finish(const Frame& frame) {
-    if (frame.node == nullptr || frame.text_start < 0) return;
+  // A text segment read directly in the range of `frame`: it replaces the one before.
+  void set_text(const Frame& frame, long start, long end) {
+    if (frame.node == nullptr) return;
     if (frame.node == parent_) {
-      xml_node_set_text(*parent_,
-                        text_.substr(frame.text_start, frame.text_end - frame.text_start));
+      xml_node_set_text(*parent_, text_.substr(start, end - start));
     } else {
-      XmlTree::set_text_view(*frame.node, kept(*frame.node, frame.text_start, frame.text_end));
+      XmlTree::set_text_view(*frame.node, kept(*frame.node, start, end));
     }
   }
 
