@@ -17,9 +17,9 @@ T* make_in(XmlDocument& document, Args&&... args) {
 }  // namespace
 
 void XmlNode::operator delete(XmlNode* node, std::destroying_delete_t) {
+  // Only a root is ever deleted (a child's ownership passed to its parent), and its document heads
+  // the chain of every document of the tree.
   XmlDocument* document = node->document_;
-  // Only a root owns its document; a node inside a tree goes with the tree.
-  if (document->owner() != node) return;
   node->~XmlNode();
   delete document;
 }
@@ -76,15 +76,12 @@ std::unique_ptr<XmlNode> xml_node_new(std::string_view name) {
   auto* document = new XmlDocument;
   auto* holder = ::new (document->allocate(sizeof(XmlChild), alignof(XmlChild)))
       XmlChild{nullptr, XmlNode(XmlNodeSeed{document, document->copy_text(name)}), nullptr};
-  document->set_owner(&holder->item);
   return std::unique_ptr<XmlNode>(&holder->item);
 }
 
 XmlChild* xml_node_add_child(XmlNode& node, std::unique_ptr<XmlNode> child) {
   XmlNode* adopted = child.release();
-  XmlDocument& child_document = XmlTree::document(*adopted);
-  child_document.set_owner(nullptr);
-  XmlTree::document(node).adopt(&child_document);
+  XmlTree::document(node).adopt(&XmlTree::document(*adopted));
   return list_link_at_end(XmlTree::children(node), XmlTree::holder(adopted));
 }
 

@@ -78,10 +78,6 @@ class XmlDocument {
   // Keeps `text` for as long as the document lives (a parsed text the tree views in place).
   void keep(std::unique_ptr<std::string> text) { kept_text_ = std::move(text); }
 
-  // The root whose deletion frees this document; null once the root has been adopted.
-  const XmlNode* owner() const { return owner_; }
-  void set_owner(const XmlNode* owner) { owner_ = owner; }
-
   // Takes the chain headed by `other` (a root's document) into this document's chain.
   void adopt(XmlDocument* other);
 
@@ -117,7 +113,6 @@ class XmlDocument {
   std::byte* add_block(std::size_t size);
   XmlDocument* head();
 
-  const XmlNode* owner_ = nullptr;
   std::vector<std::unique_ptr<std::byte[]>> blocks_;
   std::unique_ptr<std::string> kept_text_;
   std::byte* next_ = nullptr;
