@@ -27,14 +27,20 @@ XmlDocument::~XmlDocument() {
   }
 }
 
-void* XmlDocument::allocate_in_new_block(std::size_t size, std::size_t alignment) {
-  // A request larger than half a block gets a block of its own, so that the current block's
-  // remaining room is not given up for it.
-  if (next_ != nullptr && size + alignment > block_size_ / 2) return add_block(size + alignment);
-  left_ = current_block_size_ = std::max(block_size_, size + alignment);
+// A piece larger than half a block gets a block of its own, so that the current block's
+// remaining room is not given up for it.
+void* XmlDocument::allocate_in_new_block(std::size_t size) {
+  if (next_ != nullptr && size > block_size_ / 2) return add_block(size);
+  start_block(size);
+  return allocate(size);
+}
+
+// The block being filled becomes a new one of at least `size` bytes; the room left in the one
+// before is given up.
+void XmlDocument::start_block(std::size_t size) {
+  left_ = current_block_size_ = std::max(block_size_, size);
   next_ = current_block_ = add_block(left_);
   block_size_ = std::min(block_size_ * 2, kLargestBlock);
-  return allocate(size, alignment);
 }
 
 void XmlDocument::rewind(const Mark& mark) {
@@ -59,9 +65,13 @@ std::byte* XmlDocument::add_block(std::size_t size) {
 }
 
 char* XmlDocument::copy_in_new_block(std::string_view bytes) {
-  char* target = static_cast<char*>(allocate_in_new_block(bytes.size(), 1));
-  if (!bytes.empty()) std::memcpy(target, bytes.data(), bytes.size());
-  return target;
+  if (next_ != nullptr && bytes.size() > block_size_ / 2) {
+    auto* target = reinterpret_cast<char*>(add_block(bytes.size()));
+    std::memcpy(target, bytes.data(), bytes.size());
+    return target;
+  }
+  start_block(bytes.size());
+  return copy(bytes);
 }
 
 char* XmlDocument::allocate_text(std::size_t size) {
@@ -71,8 +81,9 @@ char* XmlDocument::allocate_text(std::size_t size) {
     std::memcpy(&free_texts_[size_class], reused, sizeof(char*));
     return reused;
   }
+  // A whole number of words: the header is one, and the smallest capacity is two.
   auto* header = static_cast<TextBlockHeader*>(
-      allocate(sizeof(TextBlockHeader) + (std::size_t{1} << size_class), alignof(TextBlockHeader)));
+      allocate(sizeof(TextBlockHeader) + (std::size_t{1} << size_class)));
   header->size_class = size_class;
   return reinterpret_cast<char*>(header + 1);
 }

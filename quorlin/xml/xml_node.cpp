@@ -11,7 +11,7 @@ namespace {
 
 template <typename T, typename... Args>
 T* make_in(XmlDocument& document, Args&&... args) {
-  return ::new (document.allocate(sizeof(T), alignof(T))) T(std::forward<Args>(args)...);
+  return ::new (document.allocate_for<T>()) T(std::forward<Args>(args)...);
 }
 
 }  // namespace
@@ -74,7 +74,7 @@ void XmlTree::drop_last_child(XmlNode& parent) {
 
 std::unique_ptr<XmlNode> xml_node_new(std::string_view name) {
   auto* document = new XmlDocument;
-  auto* holder = ::new (document->allocate(sizeof(XmlChild), alignof(XmlChild)))
+  auto* holder = ::new (document->allocate_for<XmlChild>())
       XmlChild{nullptr, XmlNode(XmlNodeSeed{document, document->copy_text(name)}), nullptr};
   return std::unique_ptr<XmlNode>(&holder->item);
 }

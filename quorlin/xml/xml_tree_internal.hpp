@@ -33,14 +33,22 @@ class XmlDocument {
   XmlDocument& operator=(const XmlDocument&) = delete;
   ~XmlDocument();  // the head of a chain frees every document in it
 
-  // Uninitialised memory for `size` bytes at `alignment` (a power of two), valid until the
-  // document is freed.
-  void* allocate(std::size_t size, std::size_t alignment) {
-    const std::size_t padding = -reinterpret_cast<std::uintptr_t>(next_) & (alignment - 1);
-    if (padding + size > left_) return allocate_in_new_block(size, alignment);
-    std::byte* result = next_ + padding;
-    next_ += padding + size;
-    left_ -= padding + size;
+  // Every piece of a tree is a whole number of words, so that pieces taken one after another
+  // from a block's start stay aligned.
+  static constexpr std::size_t kWord = alignof(void*);
+
+  // Uninitialised memory for a T, valid until the document is freed.
+  template <typename T>
+  void* allocate_for() {
+    static_assert(alignof(T) <= kWord && sizeof(T) % kWord == 0);
+    return allocate(sizeof(T));
+  }
+  // The same for `size` bytes, a whole number of words.
+  void* allocate(std::size_t size) {
+    if (size > left_) return allocate_in_new_block(size);
+    std::byte* result = next_;
+    next_ += size;
+    left_ -= size;
     return result;
   }
 
@@ -51,7 +59,7 @@ class XmlDocument {
     if (next_ == nullptr || bytes.size() > left_) return copy_in_new_block(bytes);
     left_ -= bytes.size();
     char* target = reinterpret_cast<char*>(next_ + left_);
-    copy_bytes(target, bytes);
+    if (!bytes.empty()) std::memcpy(target, bytes.data(), bytes.size());
     return target;
   }
   std::string_view copy_text(std::string_view bytes) { return {copy(bytes), bytes.size()}; }
@@ -82,34 +90,9 @@ class XmlDocument {
   void adopt(XmlDocument* other);
 
  private:
-  void* allocate_in_new_block(std::size_t size, std::size_t alignment);
+  void* allocate_in_new_block(std::size_t size);
   char* copy_in_new_block(std::string_view bytes);
-  // Most names and texts are short: up to 16 bytes are two overlapping words, without a call.
-  static void copy_bytes(char* target, std::string_view bytes) {
-    const std::size_t size = bytes.size();
-    const char* source = bytes.data();
-    if (size > 16) {
-      std::memcpy(target, source, size);
-    } else if (size >= 8) {
-      store(target, load<std::uint64_t>(source));
-      store(target + size - 8, load<std::uint64_t>(source + size - 8));
-    } else if (size >= 4) {
-      store(target, load<std::uint32_t>(source));
-      store(target + size - 4, load<std::uint32_t>(source + size - 4));
-    } else {
-      for (std::size_t at = 0; at < size; ++at) target[at] = source[at];
-    }
-  }
-  template <typename Word>
-  static Word load(const char* bytes) {
-    Word word;
-    std::memcpy(&word, bytes, sizeof word);
-    return word;
-  }
-  template <typename Word>
-  static void store(char* bytes, Word word) {
-    std::memcpy(bytes, &word, sizeof word);
-  }
+  void start_block(std::size_t size);
   std::byte* add_block(std::size_t size);
   XmlDocument* head();
 
@@ -129,7 +112,7 @@ class XmlDocument {
 
 template <typename Node>
 void* XmlArenaNodes::allocate() {
-  return document->allocate(sizeof(Node), alignof(Node));
+  return document->allocate_for<Node>();
 }
 
 // What the XML subsystem may do to a node beyond the public operations.
