@@ -153,8 +153,7 @@ std::unique_ptr<HashTable> hash_table_create(std::uint32_t expected) {
       break;
     }
   }
-  auto table = std::make_unique<HashTable>();
-  table->size_step = step;
+  auto table = std::make_unique<HashTable>(step);
   table->buckets = allocate_buckets(kPrimes[step]);
   if (!table->buckets) return nullptr;
   return table;

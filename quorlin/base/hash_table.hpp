@@ -60,11 +60,13 @@ struct QUORLIN_API HashTable {
   std::recursive_mutex lock;
   Buckets buckets;
   std::uint32_t count = 0;
-  int size_step = 0;
+  int size_step;
   /// Holds left by inserts of a null or empty key, released when the table is destroyed.
   std::uint32_t held_by_bad_keys = 0;
 
-  HashTable() = default;
+  /// An empty table of size step `step`, before its buckets are made: hash_table_create makes
+  /// tables.
+  explicit HashTable(int step) : size_step(step) {}
   HashTable(const HashTable&) = delete;
   HashTable& operator=(const HashTable&) = delete;
   /// Frees the stored key copies (values are untouched) and the buckets. The destroying thread
