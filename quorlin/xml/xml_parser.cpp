@@ -134,14 +134,15 @@ class OpenNames {
   // is open; returns that frame, or -1 if it entered. A removed slot on the way is taken
   // again, so that a name that keeps opening and closing keeps its slot.
   long insert(long frame, std::string_view name, std::uint32_t hash, FrameStack& frames) {
-    if ((size_ + removed_ + 1) * 2 > slots_.size()) rebuild(frames);
+    if ((used_ + 1) * 2 > slots_.size()) rebuild(frames);
     Frame& entering = frames[frame];
     std::size_t removed_slot = slots_.size();
     std::size_t at = slot_of(name, hash, frames, &removed_slot);
     if (slots_[at].frame >= 0) return slots_[at].frame;
     if (removed_slot != slots_.size()) {
       at = removed_slot;
-      --removed_;
+    } else {
+      ++used_;
     }
     slots_[at] = Slot{hash, static_cast<std::int32_t>(frame)};
     entering.slot = static_cast<std::uint32_t>(at);
@@ -153,7 +154,6 @@ class OpenNames {
   void erase(const Frame& leaving) {
     slots_[leaving.slot].frame = kRemoved;
     --size_;
-    ++removed_;
     --counts_[quick_key(leaving.name())];
   }
 
@@ -197,12 +197,12 @@ class OpenNames {
       slots_[at] = slot;
       frames[slot.frame].slot = static_cast<std::uint32_t>(at);
     }
-    removed_ = 0;
+    used_ = size_;
   }
 
   std::vector<Slot> slots_ = std::vector<Slot>(64);
   std::size_t size_ = 0;
-  std::size_t removed_ = 0;
+  std::size_t used_ = 0;  // slots that are not free: open names and removed ones
   std::array<std::uint32_t, kQuickKeys> counts_{};
 };
 
