@@ -308,9 +308,9 @@ class Parser {
   // Opens the range of an element named `name`, whose node the caller appends; false, with
   // nothing opened, when an element of that name is open.
   bool push(std::string_view name, long content_start) {
-    // Frame indexes, slots and name sizes take 32 bits: a document with more than 2^30 open
-    // elements (over 3 GB of text), or a name of 4 GB, stops there.
-    if (frames_.size() >= (std::size_t{1} << 30) || name.size() > UINT32_MAX) return false;
+    // Frame indexes and slots take 32 bits: a document with more than 2^30 open elements (over
+    // 3 GB of text) stops there.
+    if (frames_.size() >= (std::size_t{1} << 30)) return false;
     frames_.push_back(Frame{.node = nullptr, .position = content_start});
     const auto hash = static_cast<std::uint32_t>(BackwardHash::of(name));
     if (open_names_.insert(static_cast<long>(frames_.size()) - 1, name, hash, frames_) < 0) {
