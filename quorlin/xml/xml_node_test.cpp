@@ -45,7 +45,7 @@ TEST(XmlNode, TextIsCopiedReplacedAndCleared) {
   xml_node_set_text(*node, std::nullopt);
   EXPECT_EQ(xml_node_text(*node), std::nullopt);
 
-  // A parsed text shares one copy of the document with its neighbours, which must not change.
+  // Replacing a parsed text leaves its neighbours' bytes as they were.
   auto parsed = xml_parse("<r><a>hello</a><b>world</b></r>");
   xml_node_set_text(xml_node_children(*parsed).first->item, "hi");
   EXPECT_EQ(xml_to_string(*parsed), "<r><a>hi</a><b>world</b></r>");
