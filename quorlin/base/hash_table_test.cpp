@@ -68,7 +68,7 @@ TEST(HashTable, RemovedSlotsAndDuplicateKeys) {
   ASSERT_EQ(hash_table_insert(*markers, "present", 5), 0);
   EXPECT_EQ(hash_table_lookup(*markers, "present"), 5u);
 
-  for (const std::string& key : {std::string("dup"), std::string(40, 'x')}) {
+  for (const std::string& key : {std::string("dup"), std::string(16, 'k'), std::string(40, 'x')}) {
     ASSERT_EQ(hash_table_insert(*table, key.c_str(), 1), 0);
     ASSERT_EQ(hash_table_insert(*table, key.c_str(), 2), 0);
     EXPECT_EQ(hash_table_remove(*table, key), 1u);
