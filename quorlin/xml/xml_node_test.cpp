@@ -2,6 +2,8 @@
 
 #include <gtest/gtest.h>
 
+#include <malloc.h>
+
 #include <algorithm>
 #include <chrono>
 #include <set>
@@ -82,6 +84,17 @@ TEST(XmlNode, AnAdoptedChildKeepsItsAddressAndTheTreeFreesItOnce) {
   const XmlNode* parsed_root = parsed.get();
   EXPECT_EQ(&xml_node_add_child(*kept, std::move(parsed))->item, parsed_root);
   EXPECT_EQ(describe(root.get()), "r(x,y[k=v](w='1',late,p(q='2'))='t',z)");
+  // Freeing the parent frees the adopted tree's storage too: a thousand rounds leave nothing.
+  const auto in_use = [] {
+    const struct mallinfo2 use = mallinfo2();
+    return use.uordblks + use.hblkhd;
+  };
+  const std::size_t before = in_use();
+  for (int round = 0; round < 1000; ++round) {
+    auto parent = xml_node_new("p");
+    xml_node_add_child(*parent, xml_node_new("c"));
+  }
+  EXPECT_LT(in_use(), before + (64u << 10));
 }
 
 // Each level is a new tree that adopts the one below it: the cost of a level must not depend on
