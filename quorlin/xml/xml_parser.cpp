@@ -26,7 +26,6 @@
 #include <algorithm>
 #include <array>
 #include <cstdint>
-#include <limits>
 #include <memory>
 #include <random>
 #include <vector>
@@ -431,14 +430,10 @@ class Parser {
     return -1;
   }
 
-  // The first ">" at or after `from` in the whole text, or -1. Searches move forward, and one
-  // that starts before the last answer gets it again without reading the bytes twice.
-  long first_gt_from(long from) {
-    if (from >= gt_search_from_ && (gt_found_ < 0 || from <= gt_found_)) return gt_found_;
-    gt_search_from_ = from;
-    gt_found_ = scan::find_byte(text_, '>', from, length());
-    return gt_found_;
-  }
+  // The first ">" at or after `from` in the whole text, or -1. Searches move forward: one goes
+  // over the bytes of the one before again only when a "</" that closed nothing is read again
+  // as a tag, so no byte is searched more than twice.
+  long first_gt_from(long from) const { return scan::find_byte(text_, '>', from, length()); }
 
   // No closing tag comes for the open elements: the lowest of them is dropped, and the
   // top-level range ends there.
@@ -531,8 +526,6 @@ class Parser {
     std::uint64_t hash;  // of the name it closes
   };
   std::vector<FoundClosing> found_;
-  long gt_search_from_ = std::numeric_limits<long>::max();  // no search yet
-  long gt_found_ = -1;
   long last_closing_ = -1;
   std::array<std::string_view, 256> copied_names_{};
   std::unique_ptr<XmlNode> root_;
