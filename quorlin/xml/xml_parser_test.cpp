@@ -66,6 +66,8 @@ TEST(XmlParse, ElementRangeAppendsToAGivenParent) {
   const std::string text = "ignored<a>1</a>text<b />";
   EXPECT_EQ(xml_parse_element(parent.get(), text, 7, static_cast<long>(text.size())), nullptr);
   EXPECT_EQ(describe(parent.get()), "p(a='1',b)='text'");
+  xml_parse_attribute(*parent, "=v", 0, 2);  // an "=" at the text's first byte: an empty name
+  EXPECT_EQ(describe(parent.get()), "p[=v](a='1',b)='text'");
   // The range ends where "</r>" begins: r is not closed inside it.
   EXPECT_EQ(describe(xml_parse_element(nullptr, "<r></q><x</r>", 0, 9).get()), "null");
 }
