@@ -27,11 +27,17 @@ XmlDocument::~XmlDocument() {
   }
 }
 
-// A piece larger than half a block gets a block of its own, so that the current block's
-// remaining room is not given up for it.
-void* XmlDocument::allocate_in_new_block(std::size_t size) {
+// A piece larger than half a block gets a block of its own, which is returned, so that the
+// current block's remaining room is not given up for it; for a smaller one a new block is
+// started, and null returned.
+std::byte* XmlDocument::own_block_or_start_one(std::size_t size) {
   if (next_ != nullptr && size > block_size_ / 2) return add_block(size);
   start_block(size);
+  return nullptr;
+}
+
+void* XmlDocument::allocate_in_new_block(std::size_t size) {
+  if (std::byte* own = own_block_or_start_one(size)) return own;
   return allocate(size);
 }
 
@@ -65,12 +71,11 @@ std::byte* XmlDocument::add_block(std::size_t size) {
 }
 
 char* XmlDocument::copy_in_new_block(std::string_view bytes) {
-  if (next_ != nullptr && bytes.size() > block_size_ / 2) {
-    auto* target = reinterpret_cast<char*>(add_block(bytes.size()));
+  if (std::byte* own = own_block_or_start_one(bytes.size())) {
+    auto* target = reinterpret_cast<char*>(own);
     std::memcpy(target, bytes.data(), bytes.size());
     return target;
   }
-  start_block(bytes.size());
   return copy(bytes);
 }
 

@@ -91,6 +91,7 @@ class XmlDocument {
  private:
   void* allocate_in_new_block(std::size_t size);
   char* copy_in_new_block(std::string_view bytes);
+  std::byte* own_block_or_start_one(std::size_t size);
   void start_block(std::size_t size);
   std::byte* add_block(std::size_t size);
   XmlDocument* head();
