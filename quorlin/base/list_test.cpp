@@ -2,6 +2,8 @@
 
 #include <gtest/gtest.h>
 
+#include <time.h>
+
 #include <algorithm>
 #include <atomic>
 #include <chrono>
@@ -73,33 +75,35 @@ TEST(List, EditsKeepTheLinksAndFindItemsByIdentity) {
 static_assert(std::ranges::forward_range<List<int*>>);
 static_assert(std::ranges::forward_range<const List<std::unique_ptr<int>>>);
 
-TEST(RecursiveLock, TheHolderTakesItAgainAndOthersWaitForTheLastRelease) {
+double thread_cpu_ms() {
+  timespec now{};
+  clock_gettime(CLOCK_THREAD_CPUTIME_ID, &now);
+  return now.tv_sec * 1e3 + now.tv_nsec / 1e6;
+}
+
+// The holder takes the lock again; another thread sleeps, not spins, until the last release.
+TEST(RecursiveLock, TheHolderTakesItAgainAndOthersSleepUntilTheLastRelease) {
   RecursiveLock lock;
   ASSERT_TRUE(lock.try_lock());
-  EXPECT_TRUE(lock.try_lock());
   lock.lock();
-  std::thread([&] { EXPECT_FALSE(lock.try_lock()); }).join();
-  lock.unlock();
   lock.unlock();
   std::thread([&] { EXPECT_FALSE(lock.try_lock()); }).join();
-  lock.unlock();
-  std::thread([&] {
-    EXPECT_TRUE(lock.try_lock());
-    lock.unlock();
-  }).join();
-  // A thread that waits in lock() gets the lock once the holder lets go.
   std::atomic<bool> taken{false};
-  lock.lock();
+  double waiting_cpu_ms = -1;
   std::thread waiter([&] {
+    const double before = thread_cpu_ms();
     lock.lock();
+    waiting_cpu_ms = thread_cpu_ms() - before;
     taken = true;
     lock.unlock();
   });
-  std::this_thread::sleep_for(std::chrono::milliseconds(20));
+  std::this_thread::sleep_for(std::chrono::milliseconds(400));
   EXPECT_FALSE(taken);
   lock.unlock();
   waiter.join();
   EXPECT_TRUE(taken);
+  EXPECT_LT(waiting_cpu_ms, 100);
+  EXPECT_TRUE(lock.try_lock());
 }
 
 TEST(ListConcurrency, EightThreadsKeepTheLinksConsistent) {

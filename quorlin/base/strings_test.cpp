@@ -83,6 +83,20 @@ TEST(Strings, SmallHelpers) {
   EXPECT_EQ(str_ndup("ab", 10), "ab");
   EXPECT_EQ(str_append_free("ab", "cd"), "abcd");
   EXPECT_EQ(c_text("ab\0cd"s), "ab");
+  EXPECT_EQ(str_concat({"a", "", "bc"}), "abc");
+
+  // from and to are clamped to the text; -1 is its end; a NUL ends the copy
+  EXPECT_EQ(str_substring("abcdef", 1, 3), "bc");
+  EXPECT_EQ(str_substring("abcdef", -2, 2), "ab");
+  EXPECT_EQ(str_substring("abcdef", 4, -1), "ef");
+  EXPECT_EQ(str_substring("abcdef", 4, 99), "ef");
+  EXPECT_EQ(str_substring("abcdef", 3, 3), "");
+  EXPECT_EQ(str_substring("ab\0cd"s, 1, -1), "b");
+  // a match counts when it begins before the end, even when it runs past it
+  EXPECT_EQ(str_index("abcabc", "c", -1), 2);
+  EXPECT_EQ(str_index("abc", "a", 3), -1);
+  EXPECT_EQ(str_index_before("abcabc", "bc", 3, 5), 4);
+  EXPECT_EQ(str_index_before("abcabc", "bc", 3, 4), -1);
 
   std::string text = "a.b.c";
   EXPECT_EQ(str_replace_char(text, '.', '/'), 1);
