@@ -118,7 +118,9 @@ std::string connection_info() {
   PeerConnectionInfo info{};
   copy_fixed_text(info.peer, "kept");
   const int retval = get_connection_info(1, "p", info);
-  return std::to_string(retval) + " " + info.peer + " " + std::to_string(std::strlen(info.peer_ip));
+  return std::to_string(retval) + " " + info.peer + " " +
+         std::to_string(std::strlen(info.peer_ip)) + " " +
+         std::to_string(std::strlen(info.peer_host_ip));
 }
 std::string networks() {
   return get_networks(0) ? "a list" : "null";
@@ -143,14 +145,15 @@ TEST(ServiceReplies, ResultsAndCopiesForEachShapeOfReply) {
       {"p2pnet_retval=0&p2pnet_local_ip=" + std::string(100, '9') + "\r\n", local_ip,
        "0 999999999999999"},  // cut to the buffer
       {"p2pnet_chat_mesg=late&p2pnet_retval=-7\r\n", chat_message, "-7 late"},
-      {"p2pnet_retval=2\r\n", connection_info, "2 kept 0"},
-      {"p2pnet_retval=2\r\n<PeerConnectionInfo>", connection_info, "2 kept 0"},
+      {"p2pnet_retval=2\r\n", connection_info, "2 kept 0 0"},
+      {"p2pnet_retval=2\r\n<PeerConnectionInfo>", connection_info, "2 kept 0 0"},
       // A second line that ends by the close, not by its LF, is not read.
       {"p2pnet_retval=0\r\n<PeerConnectionInfo><Peer>x</Peer></PeerConnectionInfo>",
-       connection_info, "0 kept 0"},
+       connection_info, "0 kept 0 0"},
       {"p2pnet_retval=0\r\n<PeerConnectionInfo><Peer>" + std::string(5000, 'p') +
-           "</Peer><PeerIp>" + std::string(500, '1') + "</PeerIp></PeerConnectionInfo>\n",
-       connection_info, "0 " + std::string(254, 'p') + " 47"},  // fixed fields cut
+           "</Peer><PeerIp>" + std::string(500, '1') + "</PeerIp><PeerHostIp>" +
+           std::string(48, '2') + "</PeerHostIp></PeerConnectionInfo>\n",
+       connection_info, "0 " + std::string(254, 'p') + " 47 47"},  // fixed fields cut
       {deep + "\n", networks, "null"},
   };
   for (const auto& row : rows) {

@@ -50,6 +50,7 @@ TEST(UrlDecode, KnownTextsAndBrokenEscapes) {
       {"%4x", "\x04"},                       // one digit, then a byte that is not one
       {"100%", "100%"},                      // a lone "%" yields URL_DECODE_BAD_ESCAPE
       {"%zz1", "%1"},                        // the position still advances by three
+      {"%g1%G1", "%%"},                      // the digits end at f and F
       {"% ", "%"},          {"%  1", "%1"},  {"ab%00cd", "ab"},  // a decoded NUL ends the text
       {"ab\0%41"s, "ab"},   {"&=~", "&=~"},  // reserved bytes other than "%" and "+" pass
   };
