@@ -356,7 +356,8 @@ class Parser {
   // Closes the open elements named by the "</" that begin in [from, gt), whose names all end
   // at the ">" at `gt`, in document order. False when it closes none.
   bool close_in_group(long from, long gt) {
-    // One backward sweep hashes every name that ends at gt.
+    // One backward sweep hashes every name that ends at gt. Only open names are kept, so that
+    // a group of a million "</" costs no more memory than the open elements.
     found_.clear();
     std::uint64_t hash = BackwardHash::start();
     for (long at = gt;; --at) {
