@@ -1,5 +1,6 @@
 // The parser reads the text once, front to back, with an explicit stack of open ranges (Frame):
-// the element whose content the range is and the position reached.
+// the element whose content each range is. Only the innermost range is read, so one position
+// serves them all.
 //
 // An element's content ends at the first "</name>" after its opening tag. Rather than search
 // for that tag when the element opens, the parse goes on into the content and closes the
@@ -38,12 +39,11 @@
 namespace quorlin {
 namespace {
 
-// 24 bytes, since a deeply nested document holds one per level: the name is the node's, and a
+// 16 bytes, since a deeply nested document holds one per level: the name is the node's, and a
 // text is given to the node as soon as it is read (the last one read stays), so that the frame
 // keeps neither.
 struct Frame {
   XmlNode* node;  // the open element: receives the range's texts and elements (see receiver())
-  long position;
   std::uint32_t slot = 0;  // where OpenNames holds the frame
   std::string_view name() const { return XmlTree::name(*node); }
 };
@@ -218,7 +218,7 @@ class Parser {
   std::string_view root_name() const { return root_name_; }
 
   std::unique_ptr<XmlNode> run() {
-    frames_.push_back(Frame{.node = parent_, .position = start_});
+    frames_.push_back(Frame{.node = parent_});
     last_closing_ = find_last_closing_start();
     while (!done_) step();
     // The open frames view the text until here, even when the root has been dropped.
@@ -233,7 +233,7 @@ class Parser {
 
   void step() {
     Frame& frame = frames_.back();
-    const long lt = frame.position;
+    const long lt = position_;
     if (lt >= end_) {
       if (frames_.size() > 1) return drop_open_elements();
       done_ = true;
@@ -241,8 +241,8 @@ class Parser {
     }
     if (text_[lt] != '<') {
       const long next_tag = scan::find_byte(text_, '<', lt, end_);
-      frame.position = next_tag < 0 ? end_ : next_tag;
-      return set_text(frame, lt, frame.position);
+      position_ = next_tag < 0 ? end_ : next_tag;
+      return set_text(frame, lt, position_);
     }
     if (lt + 1 < length() && text_[lt + 1] == '/' && close_at(lt)) return;
     read_tag(lt);
@@ -257,7 +257,7 @@ class Parser {
     const long gt = space < 0 ? name_end : scan::find_byte(text_, '>', space + 1, end_);
     if (gt < 0) return stop(lt);
     if (lt == 0 && text_[1] == '?') {  // a declaration at the very start
-      frames_.back().position = gt + 1;
+      position_ = gt + 1;
       return;
     }
     // A "<" inside the tag may begin the closing tag of an open element, which then ends
@@ -300,7 +300,7 @@ class Parser {
       return;
     }
     if (text_end > gt + 1) XmlTree::set_text_view(element, kept(element, gt + 1, text_end));
-    parent.position = next;
+    position_ = next;
     if (receiver(parent) == root_.get()) completed_root_child(element);
   }
 
@@ -310,9 +310,10 @@ class Parser {
     // Frame indexes and slots take 32 bits: a document with more than 2^30 open elements (over
     // 3 GB of text) stops there.
     if (frames_.size() >= (std::size_t{1} << 30)) return false;
-    frames_.push_back(Frame{.node = nullptr, .position = content_start});
+    frames_.push_back(Frame{.node = nullptr});
     const auto hash = static_cast<std::uint32_t>(BackwardHash::of(name));
     if (open_names_.insert(static_cast<long>(frames_.size()) - 1, name, hash, frames_) < 0) {
+      position_ = content_start;
       return true;
     }
     frames_.pop_back();
@@ -388,7 +389,7 @@ class Parser {
     }
     XmlNode* const closed = frames_.back().node;
     pop();
-    frames_.back().position = gt + 1;
+    position_ = gt + 1;
     if (receiver(frames_.back()) == root_.get()) completed_root_child(*closed);
   }
 
@@ -520,6 +521,7 @@ class Parser {
   bool child_marked_ = false;
   std::string_view root_name_;
   FrameStack frames_;
+  long position_ = start_;  // where the innermost range is read
   XmlNode* top_receiver_ = parent_;
   OpenNames open_names_;
   struct FoundClosing {
