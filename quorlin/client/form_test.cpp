@@ -75,6 +75,18 @@ TEST(ReadLine, LineStatusAndWhatStaysUnread) {
     close(ends[0]);
     close(ends[1]);
   }
+  // A received line takes another over by assignment, and stays itself when assigned to itself.
+  int ends[2];
+  socketpair(AF_UNIX, SOCK_STREAM, 0, ends);
+  write(ends[1], "one\ntwo\n", 8);
+  int status = 0;
+  ReceivedLine line = receive_line(ends[0], NO_TIMEOUT, status);
+  line = receive_line(ends[0], NO_TIMEOUT, status);
+  ReceivedLine& same = line;
+  line = std::move(same);
+  EXPECT_EQ(line.text(), "two");
+  close(ends[0]);
+  close(ends[1]);
 }
 
 TEST(FormParse, FieldsTableAndTheFirstOfDuplicates) {
