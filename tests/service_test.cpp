@@ -110,6 +110,10 @@ std::string local_ip() {
   char buffer[16] = "untouched";
   return std::to_string(get_local_ip(buffer)) + " " + buffer;
 }
+std::string peer_ip() {
+  char buffer[16] = "untouched";
+  return std::to_string(get_peer_ip(1, "p", buffer)) + " " + buffer;
+}
 std::string chat_message() {
   char buffer[16] = "untouched";
   return std::to_string(receive_chat_message(1, "p", buffer)) + " " + buffer;
@@ -141,6 +145,7 @@ TEST(ServiceReplies, ResultsAndCopiesForEachShapeOfReply) {
       {"\r\n", local_ip, "-601 untouched"},
       {"", local_ip, "-601 untouched"},
       {"p2pnet_retval=-1&p2pnet_local_ip=1.2.3.4\r\n", local_ip, "-1 untouched"},
+      {"p2pnet_retval=-1&p2pnet_peer_ip=1.2.3.4\r\n", peer_ip, "-1 untouched"},
       {"p2pnet_retval=0&p2pnet_local_ip=1.2.3.4", local_ip, "0 1.2.3.4"},  // cut before the LF
       {"p2pnet_retval=0&p2pnet_local_ip=" + std::string(100, '9') + "\r\n", local_ip,
        "0 999999999999999"},  // cut to the buffer

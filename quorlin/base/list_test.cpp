@@ -70,6 +70,8 @@ TEST(List, EditsKeepTheLinksAndFindItemsByIdentity) {
     EXPECT_EQ(list_count(list), static_cast<int>(test.items.size()));
   }
   EXPECT_EQ(x + a + b + c, 7);  // clearing and removing leave the items alone
+  const List<int*>::const_iterator first = list.begin();  // a position converts to read-only
+  EXPECT_EQ(*first, &a);
 }
 
 static_assert(std::ranges::forward_range<List<int*>>);

@@ -58,6 +58,8 @@ TEST(RunShellCommand, JoinsCommandAndArgumentWithABlank) {
 // integer key refuses a text and the reverse. The smaller record holds copies; null is absent.
 TEST(ProxySettings, KeysTypesAndUnknownKeys) {
   auto settings = proxy_settings_new();
+  EXPECT_EQ(proxy_settings_info(*settings),
+            (ProxyInfo{0, std::nullopt, 0, std::nullopt, std::nullopt}));
   const struct {
     int value;
     unsigned type;
