@@ -97,6 +97,7 @@ TEST(Strings, SmallHelpers) {
   EXPECT_EQ(str_index("abc", "a", 3), -1);
   EXPECT_EQ(str_index_before("abcabc", "bc", 3, 5), 4);
   EXPECT_EQ(str_index_before("abcabc", "bc", 3, 4), -1);
+  EXPECT_EQ(str_index_before("abc", "", 1, 1), -1);
 
   std::string text = "a.b.c";
   EXPECT_EQ(str_replace_char(text, '.', '/'), 1);
