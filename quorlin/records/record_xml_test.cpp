@@ -130,9 +130,11 @@ TEST(RecordXml, EveryKindReadsAndWritesBack) {
        "<AddNetworkRequest><Name></Name><Members></Members><Type>0</Type><ConnectionType>0"
        "</ConnectionType></AddNetworkRequest>"},
       // Any root holds shares; a text that does not parse gives an empty List.
-      {kShares, "<Any><Share></Share><FolderShare></FolderShare></Any>",
+      {kShares,
+       "<Any><Share></Share><FolderShare></FolderShare><ConnectionShare></ConnectionShare></Any>",
        "<Shares><Share><Name></Name><Type>0</Type><AccessList></AccessList></Share><FolderShare>"
        "<Name></Name><Type>1</Type><AccessList></AccessList><Path></Path></FolderShare>"
+       "<ConnectionShare><Name></Name><Type>3</Type><AccessList></AccessList></ConnectionShare>"
        "</Shares>"},
       {kShares, "garbage", "<Shares></Shares>"},
   };
