@@ -37,7 +37,7 @@ TEST(XmlWriter, DumpWritesOneTagALineThroughTheLog) {
 
 TEST(TextBuffer, CapacityIsTheSmallestBlockMultipleAboveLengthPlusRoom) {
   TextBuffer buffer;
-  EXPECT_EQ(buffer.capacity, 0u);  // nothing before the first reservation
+  EXPECT_EQ(buffer.capacity, 0u);                   // nothing before the first reservation
   char* text = text_buffer_reserve(buffer, 10000);  // the first call takes one block
   EXPECT_EQ(buffer.capacity, 512u);
   EXPECT_STREQ(text, "");
