@@ -1,4 +1,4 @@
-// The parser reads the text once, front to back, with an explicit stack of open ranges (Frame):
+// The parser reads the text once, front to back, with an explicit stack of open ranges (frames):
 // the element whose content each range is. Only the innermost range is read, so one position
 // serves them all.
 //
@@ -39,38 +39,37 @@
 namespace quorlin {
 namespace {
 
-// 16 bytes, since a deeply nested document holds one per level: the name is the node's, and a
-// text is given to the node as soon as it is read (the last one read stays), so that the frame
-// keeps neither.
+// An open range: the element whose content it is (see receiver()), and its link in the table of
+// open names. 16 bytes, since a deeply nested document holds one per level: the name is the
+// node's, and a text is given to the node as soon as it is read (the last one read stays).
 struct Frame {
-  XmlNode* node;  // the open element: receives the range's texts and elements (see receiver())
-  std::uint32_t slot = 0;  // where OpenNames holds the frame
-  std::string_view name() const { return XmlTree::name(*node); }
+  XmlNode* node;
+  std::uint32_t hash = 0;  // the low half of the name's hash
+  std::int32_t next = -1;  // the frame below with a name in the same bucket, or -1
 };
 
 // The open ranges, in chunks that never move: growing copies no frame, and a deeply nested
 // document holds no second array of them while the stack grows.
 class FrameStack {
  public:
-  Frame& operator[](std::size_t index) { return chunks_[index >> kShift][index & kMask]; }
-  const Frame& operator[](std::size_t index) const {
-    return chunks_[index >> kShift][index & kMask];
-  }
-  const Frame& front() const { return chunks_[0][0]; }
-  Frame& back() { return *top_; }
-  const Frame& back() const { return *top_; }
+  Frame& at(std::size_t index) { return chunks_[index >> kShift][index & kMask]; }
+  const Frame& at(std::size_t index) const { return chunks_[index >> kShift][index & kMask]; }
+  XmlNode*& operator[](std::size_t index) { return at(index).node; }
+  XmlNode* operator[](std::size_t index) const { return at(index).node; }
+  XmlNode*& back() { return top_->node; }
+  XmlNode* back() const { return top_->node; }
   std::size_t size() const { return size_; }
 
-  void push_back(const Frame& frame) {
+  void push_back(XmlNode* node) {
     if ((size_ >> kShift) == chunks_.size()) {
       chunks_.push_back(std::make_unique_for_overwrite<Frame[]>(kChunk));
     }
-    top_ = &(*this)[size_++];
-    *top_ = frame;
+    top_ = &at(size_++);
+    *top_ = Frame{node};
   }
   void pop_back() {
     --size_;
-    top_ = size_ > 0 ? &(*this)[size_ - 1] : nullptr;
+    top_ = size_ > 0 ? &at(size_ - 1) : nullptr;
   }
 
  private:
@@ -105,14 +104,14 @@ class BackwardHash {
   }
 };
 
-// The open element of each name, by frame index, in an open-addressing table whose slots keep
-// the name's hash beside the index; and, to answer "is this name open?" mostly without hashing
-// it, a count of open names per key of length and outer bytes.
+// The open element of each name, by frame index, in a table of buckets whose chains run through
+// the frames; and, to answer "is this name open?" mostly without hashing it, a count of open
+// names per key of length and outer bytes.
 //
-// A deeply nested document keeps a million names open, and each level both enters and leaves
-// the table: the slots are small, and leaving marks the slot the frame remembers as removed
-// (a store, which does not wait for the cache line) instead of searching for it. Removed slots
-// are swept out when the table is rebuilt.
+// A deeply nested document keeps a million names open, so the table holds one index per bucket
+// and at most as many buckets as twice the open names. Names enter and leave in stack order (a
+// frame leaves only when the frames above it have), so the leaving frame heads its bucket's chain
+// and leaves by a single store.
 class OpenNames {
  public:
   static std::size_t quick_key(std::string_view name) {
@@ -125,83 +124,56 @@ class OpenNames {
 
   // The open frame named `name`, or -1.
   long find(std::string_view name, std::uint64_t hash, const FrameStack& frames) const {
-    const std::int32_t frame = slots_[slot_of(name, hash, frames)].frame;
-    return frame >= 0 ? frame : -1;
+    const auto low = static_cast<std::uint32_t>(hash);
+    for (std::int32_t frame = heads_[low & mask()]; frame != kNone;) {
+      const Frame& candidate = frames.at(static_cast<std::size_t>(frame));
+      if (candidate.hash == low && XmlTree::name(*candidate.node) == name) return frame;
+      frame = candidate.next;
+    }
+    return -1;
   }
 
-  // Enters `frame`, whose element is named `name` but not made yet, unless a frame of that name
-  // is open; returns that frame, or -1 if it entered. A removed slot on the way is taken
-  // again, so that a name that keeps opening and closing keeps its slot.
-  long insert(long frame, std::string_view name, std::uint32_t hash, FrameStack& frames) {
-    if ((used_ + 1) * 2 > slots_.size()) rebuild(frames);
-    Frame& entering = frames[frame];
-    std::size_t removed_slot = slots_.size();
-    std::size_t at = slot_of(name, hash, frames, &removed_slot);
-    if (slots_[at].frame >= 0) return slots_[at].frame;
-    if (removed_slot != slots_.size()) {
-      at = removed_slot;
-    } else {
-      ++used_;
-    }
-    slots_[at] = Slot{hash, static_cast<std::int32_t>(frame)};
-    entering.slot = static_cast<std::uint32_t>(at);
-    ++size_;
+  // Enters `frame`, the top one, whose element is named `name` but not made yet, unless a frame
+  // of that name is open; returns that frame, or -1 if it entered.
+  long insert(long frame, std::string_view name, std::uint64_t hash, FrameStack& frames) {
+    const long open = find(name, hash, frames);
+    if (open >= 0) return open;
+    if (static_cast<std::size_t>(frame) > heads_.size()) grow(frames, frame);
+    Frame& entering = frames.at(static_cast<std::size_t>(frame));
+    entering.hash = static_cast<std::uint32_t>(hash);
+    std::int32_t& head = heads_[entering.hash & mask()];
+    entering.next = head;
+    head = static_cast<std::int32_t>(frame);
     ++counts_[quick_key(name)];
     return -1;
   }
 
-  void erase(const Frame& leaving) {
-    slots_[leaving.slot].frame = kRemoved;
-    --size_;
-    --counts_[quick_key(leaving.name())];
+  // Takes out `frame`, the top one.
+  void erase(const Frame& frame) {
+    heads_[frame.hash & mask()] = frame.next;
+    --counts_[quick_key(XmlTree::name(*frame.node))];
   }
 
  private:
   static constexpr std::size_t kQuickKeys = 4096;
-  static constexpr std::int32_t kFree = -1;
-  static constexpr std::int32_t kRemoved = -2;
-  // Eight bytes: the hash's low half, which also gives the slot, beside the frame index.
-  struct Slot {
-    std::uint32_t hash = 0;
-    std::int32_t frame = kFree;
-  };
-  static std::uint32_t low_half(std::uint64_t hash) { return static_cast<std::uint32_t>(hash); }
+  static constexpr std::int32_t kNone = -1;
 
-  // The slot that holds `name`, or the free slot where it belongs; removed slots are passed,
-  // and the first of them is left in `first_removed` when it is given.
-  std::size_t slot_of(std::string_view name, std::uint64_t hash, const FrameStack& frames,
-                      std::size_t* first_removed = nullptr) const {
-    const std::size_t mask = slots_.size() - 1;
-    for (std::size_t at = hash & mask;; at = (at + 1) & mask) {
-      const Slot& slot = slots_[at];
-      if (slot.frame == kFree) return at;
-      if (slot.frame == kRemoved) {
-        if (first_removed != nullptr && *first_removed == slots_.size()) *first_removed = at;
-      } else if (slot.hash == low_half(hash) && frames[slot.frame].name() == name) {
-        return at;
-      }
+  std::uint32_t mask() const { return static_cast<std::uint32_t>(heads_.size() - 1); }
+
+  // Twice the buckets, and the frames below `entering` linked again in their order.
+  void grow(FrameStack& frames, long entering) {
+    const std::size_t size = heads_.size() * 2;
+    std::vector<std::int32_t>().swap(heads_);  // the old table goes before the new one grows
+    heads_.assign(size, kNone);
+    for (long index = 1; index < entering; ++index) {
+      Frame& frame = frames.at(static_cast<std::size_t>(index));
+      std::int32_t& head = heads_[frame.hash & mask()];
+      frame.next = head;
+      head = static_cast<std::int32_t>(index);
     }
   }
 
-  // Re-enters the open frames into a table at most half full once they are in, twice the size
-  // when they alone fill a quarter of it.
-  void rebuild(FrameStack& frames) {
-    std::vector<Slot> old = std::move(slots_);
-    slots_.assign((size_ + 1) * 4 > old.size() ? old.size() * 2 : old.size(), Slot{});
-    const std::size_t mask = slots_.size() - 1;
-    for (const Slot& slot : old) {
-      if (slot.frame < 0) continue;
-      std::size_t at = slot.hash & mask;
-      while (slots_[at].frame != kFree) at = (at + 1) & mask;
-      slots_[at] = slot;
-      frames[slot.frame].slot = static_cast<std::uint32_t>(at);
-    }
-    used_ = size_;
-  }
-
-  std::vector<Slot> slots_ = std::vector<Slot>(64);
-  std::size_t size_ = 0;
-  std::size_t used_ = 0;  // slots that are not free: open names and removed ones
+  std::vector<std::int32_t> heads_ = std::vector<std::int32_t>(64, kNone);
   std::array<std::uint32_t, kQuickKeys> counts_{};
 };
 
@@ -218,7 +190,7 @@ class Parser {
   std::string_view root_name() const { return root_name_; }
 
   std::unique_ptr<XmlNode> run() {
-    frames_.push_back(Frame{.node = parent_});
+    frames_.push_back(parent_);
     last_closing_ = find_last_closing_start();
     while (!done_) step();
     // The open frames view the text until here, even when the root has been dropped.
@@ -232,7 +204,6 @@ class Parser {
   long length() const { return static_cast<long>(text_.size()); }
 
   void step() {
-    Frame& frame = frames_.back();
     const long lt = position_;
     if (lt >= end_) {
       if (frames_.size() > 1) return drop_open_elements();
@@ -242,7 +213,7 @@ class Parser {
     if (text_[lt] != '<') {
       const long next_tag = scan::find_byte(text_, '<', lt, end_);
       position_ = next_tag < 0 ? end_ : next_tag;
-      return set_text(frame, lt, position_);
+      return set_text(frames_.back(), lt, position_);
     }
     if (lt + 1 < length() && text_[lt + 1] == '/' && close_at(lt)) return;
     read_tag(lt);
@@ -290,18 +261,18 @@ class Parser {
     // The first "</name>" to come would close an open element of the same name first, and
     // leave none for this one: such an element is not made, and the range stops before it.
     if (!complete && !push(name, gt + 1)) return stop(lt);
-    Frame& parent = complete ? frames_.back() : frames_[frames_.size() - 2];
+    XmlNode* const parent = complete ? top_receiver() : receiver(frames_.size() - 2);
     XmlNode& element = append(parent, name);
     if (space >= 0) {
       xml_parse_attributes(element, text_, space + 1, self_closing ? gt - 1 : gt);
     }
     if (!complete) {
-      frames_.back().node = &element;
+      frames_.back() = &element;
       return;
     }
     if (text_end > gt + 1) XmlTree::set_text_view(element, kept(element, gt + 1, text_end));
     position_ = next;
-    if (receiver(parent) == root_.get()) completed_root_child(element);
+    if (parent == root_.get()) completed_root_child(element);
   }
 
   // Opens the range of an element named `name`, whose node the caller appends; false, with
@@ -310,8 +281,8 @@ class Parser {
     // Frame indexes and slots take 32 bits: a document with more than 2^30 open elements (over
     // 3 GB of text) stops there.
     if (frames_.size() >= (std::size_t{1} << 30)) return false;
-    frames_.push_back(Frame{.node = nullptr});
-    const auto hash = static_cast<std::uint32_t>(BackwardHash::of(name));
+    frames_.push_back(nullptr);
+    const std::uint64_t hash = BackwardHash::of(name);
     if (open_names_.insert(static_cast<long>(frames_.size()) - 1, name, hash, frames_) < 0) {
       position_ = content_start;
       return true;
@@ -321,7 +292,7 @@ class Parser {
   }
 
   void pop() {
-    open_names_.erase(frames_.back());
+    open_names_.erase(frames_.at(frames_.size() - 1));
     frames_.pop_back();
   }
 
@@ -342,9 +313,8 @@ class Parser {
   // "</" stands at `lt`, a range's position: closes the open elements whose closing tags begin
   // there or inside that tag. False when it closes none.
   bool close_at(long lt) {
-    const Frame& top = frames_.back();
-    if (frames_.size() > 1 && closes(lt, top.name())) {
-      const long gt = lt + static_cast<long>(top.name().size()) + 2;
+    if (frames_.size() > 1 && closes(lt, XmlTree::name(*frames_.back()))) {
+      const long gt = lt + static_cast<long>(XmlTree::name(*frames_.back()).size()) + 2;
       close(static_cast<long>(frames_.size()) - 1, gt);
       // A closing tag of an outer element can begin inside this one only if this name holds "<".
       if (scan::find_byte(text_, '<', lt + 1, gt) >= 0) close_in_group(lt + 1, gt);
@@ -384,13 +354,13 @@ class Parser {
   // The range of frame `index` ends at a closing tag whose ">" is at `gt`.
   void close(long index, long gt) {
     if (static_cast<long>(frames_.size()) > index + 1) {
-      XmlTree::drop_last_child(*receiver(frames_[index]));
+      XmlTree::drop_last_child(*receiver(static_cast<std::size_t>(index)));
       while (static_cast<long>(frames_.size()) > index + 1) pop();
     }
-    XmlNode* const closed = frames_.back().node;
+    XmlNode* const closed = frames_.back();
     pop();
     position_ = gt + 1;
-    if (receiver(frames_.back()) == root_.get()) completed_root_child(*closed);
+    if (top_receiver() == root_.get()) completed_root_child(*closed);
   }
 
   // A child of the root is final once complete, as long as the root completes too. When the
@@ -440,7 +410,7 @@ class Parser {
   // No closing tag comes for the open elements: the lowest of them is dropped, and the
   // top-level range ends there.
   void drop_open_elements() {
-    const bool root_dropped = frames_[1].node == root_.get();
+    const bool root_dropped = frames_[1] == root_.get();
     while (frames_.size() > 1) pop();  // before the root goes: leaving reads the names
     if (root_dropped) {
       root_.reset();
@@ -450,9 +420,8 @@ class Parser {
     done_ = true;
   }
 
-  // Appends an element to the range of `frame`.
-  XmlNode& append(const Frame& frame, std::string_view name) {
-    XmlNode* const receiver = this->receiver(frame);
+  // Appends an element to a range's receiver; the element is the root when there is none.
+  XmlNode& append(XmlNode* receiver, std::string_view name) {
     if (receiver == nullptr) {
       root_ = xml_node_new(name);
       root_name_ = name;
@@ -475,9 +444,8 @@ class Parser {
 
   // Where the elements of a range go: its element's node, and at the top level the caller's
   // parent, or the root once there is one (null before).
-  XmlNode* receiver(const Frame& frame) const {
-    return &frame == &frames_.front() ? top_receiver_ : frame.node;
-  }
+  XmlNode* receiver(std::size_t frame) const { return frame == 0 ? top_receiver_ : frames_[frame]; }
+  XmlNode* top_receiver() const { return frames_.size() == 1 ? top_receiver_ : frames_.back(); }
 
   // The tree views the text it keeps (or lends for a hand-over) in place, and copies the
   // pieces of any other text.
@@ -502,12 +470,12 @@ class Parser {
   }
 
   // A text segment read directly in the range of `frame`: it replaces the one before.
-  void set_text(const Frame& frame, long start, long end) {
-    if (frame.node == nullptr) return;
-    if (frame.node == parent_) {
+  void set_text(XmlNode* node, long start, long end) {
+    if (node == nullptr) return;
+    if (node == parent_) {
       xml_node_set_text(*parent_, text_.substr(start, end - start));
     } else {
-      XmlTree::set_text_view(*frame.node, kept(*frame.node, start, end));
+      XmlTree::set_text_view(*node, kept(*node, start, end));
     }
   }
 

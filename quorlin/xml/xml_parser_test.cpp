@@ -130,7 +130,7 @@ std::string deep_document(std::mt19937& random) {
   text += "t";
   for (auto name = names.rbegin(); name != names.rend(); ++name) text += "</n" + *name + ">";
   std::string stray = "</n";  // built in steps: g++ 12 -O3 misjudges "literal" + temporary
-  stray += std::to_string(random() % 150);
+  stray += random() % 2 ? names[random() % names.size()] : std::to_string(random() % 150);
   stray += ">";
   return text.insert(random() % text.size(), stray);
 }
