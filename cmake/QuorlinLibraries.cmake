@@ -1,4 +1,4 @@
-# The static library (quorlin, exported as quorlin::quorlin_static) and libquorlin.so.0
+# The static library (quorlin, exported as quorlin::quorlin_static) and libquorlin.so.1
 # (quorlin_shared, exported as quorlin::quorlin), both made of quorlin_objects.
 function(quorlin_library target type)
   add_library(${target} ${type} $<TARGET_OBJECTS:quorlin_objects>)
@@ -13,11 +13,16 @@ add_library(quorlin::quorlin_static ALIAS quorlin)
 
 # The SONAME carries the ABI version; it changes only when the ABI baseline in abi/ is replaced
 # by an incompatible one.
-set(QUORLIN_ABI_VERSION 0)
+set(QUORLIN_ABI_VERSION 1)
 quorlin_library(quorlin_shared SHARED)
 add_library(quorlin::quorlin ALIAS quorlin_shared)
-set_target_properties(quorlin_shared PROPERTIES OUTPUT_NAME quorlin VERSION ${PROJECT_VERSION}
-                                                SOVERSION ${QUORLIN_ABI_VERSION})
+# The file is named after the ABI version too (libquorlin.so.1.2.0 for release 0.2.0 of ABI 1), so
+# that the library package's files all begin with the SONAME.
+set_target_properties(
+  quorlin_shared
+  PROPERTIES OUTPUT_NAME quorlin
+             VERSION ${QUORLIN_ABI_VERSION}.${PROJECT_VERSION_MINOR}.${PROJECT_VERSION_PATCH}
+             SOVERSION ${QUORLIN_ABI_VERSION})
 target_link_options(quorlin_shared PRIVATE -Wl,-Bsymbolic-functions)
 # A symbol missing from the library is a link error here, not when a program loads it; under a
 # sanitizer the runtime comes with the program, so the library leaves its symbols open.

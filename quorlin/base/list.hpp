@@ -174,16 +174,25 @@ std::unique_ptr<List<T>> list_create() {
   return std::make_unique<List<T>>();
 }
 
+/// Links `node`, made elsewhere and in no List, at the end without taking the lock (see
+/// list_append_unlocked); returns it.
+template <typename T, typename Nodes>
+ListNode<T>* list_link_at_end_unlocked(List<T, Nodes>& list, ListNode<T>* node) {
+  node->previous = list.last;
+  node->next = nullptr;
+  if (list.last != nullptr) list.last->next = node;
+  list.last = node;
+  if (list.first == nullptr) list.first = node;
+  return node;
+}
+
 /// Appends at the end without taking the lock, for a List that no other thread can reach yet
 /// (one being built before it is handed out); returns the new node.
 template <typename T, typename Nodes, typename U>
 requires std::constructible_from<T, U&&> ListNode<T>
 *list_append_unlocked(List<T, Nodes>& list, U&& item) {
-  ListNode<T>* node = list_new_node(list, list.last, std::forward<U>(item), nullptr);
-  if (list.last != nullptr) list.last->next = node;
-  list.last = node;
-  if (list.first == nullptr) list.first = node;
-  return node;
+  return list_link_at_end_unlocked(list,
+                                   list_new_node(list, nullptr, std::forward<U>(item), nullptr));
 }
 
 /// Appends at the end in constant time; returns the new node.
@@ -199,12 +208,7 @@ requires std::constructible_from<T, U&&> ListNode<T>
 template <typename T, typename Nodes>
 ListNode<T>* list_link_at_end(List<T, Nodes>& list, ListNode<T>* node) {
   std::lock_guard hold(list.lock);
-  node->previous = list.last;
-  node->next = nullptr;
-  if (list.last != nullptr) list.last->next = node;
-  list.last = node;
-  if (list.first == nullptr) list.first = node;
-  return node;
+  return list_link_at_end_unlocked(list, node);
 }
 
 /// Inserts so that the new node stands at `position` (0 = front, count = end). A position that

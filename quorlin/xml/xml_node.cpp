@@ -25,12 +25,12 @@ void XmlNode::operator delete(XmlNode* node, std::destroying_delete_t) {
 }
 
 XmlChildren& XmlTree::make_children(XmlNode& node) {
-  return *(node.children_ = make_in<XmlChildren>(*node.document_, XmlArenaNodes{node.document_}));
+  return *(node.children_ = make_in<XmlChildren>(*node.document_));
 }
 
 XmlAttributes& XmlTree::attributes(XmlNode& node) {
   if (node.attributes_ == nullptr) {
-    node.attributes_ = make_in<XmlAttributes>(*node.document_, XmlArenaNodes{node.document_});
+    node.attributes_ = make_in<XmlAttributes>(*node.document_);
   }
   return *node.attributes_;
 }
@@ -74,8 +74,8 @@ void XmlTree::drop_last_child(XmlNode& parent) {
 
 std::unique_ptr<XmlNode> xml_node_new(std::string_view name) {
   auto* document = new XmlDocument;
-  auto* holder = ::new (document->allocate_for<XmlChild>())
-      XmlChild{nullptr, XmlNode(XmlNodeSeed{document, document->copy_text(name)}), nullptr};
+  XmlChild* holder =
+      XmlTree::new_list_node<XmlNode>(*document, XmlNodeSeed{document, document->copy_text(name)});
   return std::unique_ptr<XmlNode>(&holder->item);
 }
 
@@ -86,9 +86,8 @@ XmlChild* xml_node_add_child(XmlNode& node, std::unique_ptr<XmlNode> child) {
 }
 
 XmlNode& xml_add_element(XmlNode& parent, std::string_view name) {
-  XmlDocument& document = XmlTree::document(parent);
-  return list_append(XmlTree::children(parent), XmlNodeSeed{&document, document.copy_text(name)})
-      ->item;
+  XmlChild* child = XmlTree::new_element(parent, XmlTree::document(parent).copy_text(name));
+  return list_link_at_end(XmlTree::children(parent), child)->item;
 }
 
 const XmlChildren XmlNode::kNoChildren;
@@ -106,8 +105,9 @@ void xml_node_set_text(XmlNode& node, std::optional<std::string_view> text) {
 ListNode<XmlAttribute>* xml_node_add_attribute(XmlNode& node, std::string_view name,
                                                std::string_view value) {
   XmlDocument& document = XmlTree::document(node);
-  return list_append(XmlTree::attributes(node),
-                     XmlAttribute{document.copy_text(name), document.copy_text(value)});
+  auto* attribute = XmlTree::new_list_node<XmlAttribute>(
+      document, XmlAttribute{document.copy_text(name), document.copy_text(value)});
+  return list_link_at_end(XmlTree::attributes(node), attribute);
 }
 
 std::optional<std::string_view> xml_node_attribute(const XmlNode& node, std::string_view name) {

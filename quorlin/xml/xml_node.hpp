@@ -35,14 +35,12 @@ namespace quorlin {
 class XmlDocument;
 struct XmlTree;
 
-/// Node storage for the Lists of a tree: their nodes come from the tree's storage and are given
-/// back only with it.
+/// Node storage for the Lists of a tree: the tree makes their nodes in its own storage and links
+/// them, and they are given back only with it. A List of a tree therefore holds no pointer to
+/// its storage, and users of the tree cannot add to it but through the functions below.
 struct XmlArenaNodes {
   using Lock = RecursiveLock;  ///< nothing to destroy: the arena frees memory without destructors
-  XmlDocument* document = nullptr;
 
-  template <typename Node>
-  void* allocate();  ///< defined where the tree is built, not for users of the tree
   /// Nothing: a node's memory goes back with its document's.
   template <typename Node>
   void deallocate(void*) {}

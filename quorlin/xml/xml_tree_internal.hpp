@@ -110,11 +110,6 @@ class XmlDocument {
   XmlDocument* chain_last_ = this;  // meaningful in a head
 };
 
-template <typename Node>
-void* XmlArenaNodes::allocate() {
-  return document->allocate_for<Node>();
-}
-
 // What the XML subsystem may do to a node beyond the public operations.
 struct XmlTree {
   static constexpr std::size_t kOwnedText = XmlNode::kOwnedText;
@@ -143,8 +138,18 @@ struct XmlTree {
   // Appends an element whose name already lives in the parent's document, without copying the
   // name and without the children List's lock: for a tree no other thread can reach yet.
   static XmlNode& add_element_unshared(XmlNode& parent, std::string_view name_in_document) {
-    return list_append_unlocked(children(parent), XmlNodeSeed{parent.document_, name_in_document})
-        ->item;
+    return list_link_at_end_unlocked(children(parent), new_element(parent, name_in_document))->item;
+  }
+  // A List node that holds a new element of the parent's tree, in no List yet.
+  static XmlChild* new_element(const XmlNode& parent, std::string_view name_in_document) {
+    return new_list_node<XmlNode>(*parent.document_,
+                                  XmlNodeSeed{parent.document_, name_in_document});
+  }
+  // A List node made in `document` around an item made from `item`, in no List yet.
+  template <typename T, typename U>
+  static ListNode<T>* new_list_node(XmlDocument& document, U&& item) {
+    return ::new (document.allocate_for<ListNode<T>>())
+        ListNode<T>{nullptr, T(std::forward<U>(item)), nullptr};
   }
   // Unlinks the last child, which then stays unused in the document until the tree is freed.
   static void drop_last_child(XmlNode& parent);
