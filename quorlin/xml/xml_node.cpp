@@ -14,6 +14,22 @@ T* make_in(XmlDocument& document, Args&&... args) {
   return ::new (document.allocate_for<T>()) T(std::forward<Args>(args)...);
 }
 
+// Views `bytes`, which live in `document`, as a name or text: directly, or through an XmlLongBytes
+// made in the document (or `reused`, one the node no longer needs) when they are long.
+void point_at(XmlDocument& document, std::string_view bytes, const char*& data, std::uint16_t& size,
+              XmlLongBytes* reused = nullptr) {
+  if (bytes.size() < XmlTree::kLongSize) {
+    data = bytes.data();
+    size = static_cast<std::uint16_t>(bytes.size());
+    return;
+  }
+  XmlLongBytes* long_bytes =
+      reused ? reused : ::new (document.allocate_for<XmlLongBytes>()) XmlLongBytes{};
+  *long_bytes = XmlLongBytes{bytes.data(), bytes.size()};
+  data = reinterpret_cast<const char*>(long_bytes);
+  size = XmlTree::kLongSize;
+}
+
 }  // namespace
 
 void XmlNode::operator delete(XmlNode* node, std::destroying_delete_t) {
@@ -35,25 +51,49 @@ XmlAttributes& XmlTree::attributes(XmlNode& node) {
   return *node.attributes_;
 }
 
+XmlChild* XmlTree::new_element(XmlDocument& document, std::string_view name_in_document) {
+  XmlChild* holder = new_list_node<XmlNode>(document, &document);
+  point_at(document, name_in_document, holder->item.name_, holder->item.name_size_);
+  return holder;
+}
+
+void XmlTree::set_text_view(XmlNode& node, std::string_view bytes) {
+  // The view of a long text before may serve again; an owned block goes back.
+  XmlLongBytes* reused = nullptr;
+  if (node.owned_text_) {
+    node.document_->release_text(node.text_);
+    node.owned_text_ = false;
+  } else if (node.text_ != nullptr && node.text_size_ == XmlTree::kLongSize) {
+    reused = reinterpret_cast<XmlLongBytes*>(node.text_);
+  }
+  const char* data = nullptr;
+  point_at(*node.document_, bytes, data, node.text_size_, reused);
+  node.text_ = const_cast<char*>(data);
+}
+
+// An owned text is a reusable block of the document that holds the bytes, after an XmlLongBytes
+// that points at them when they are long.
 void XmlTree::set_text(XmlNode& node, std::optional<std::string_view> text) {
-  const bool owned = (node.text_size_ & kOwnedText) != 0;
+  const bool owned = node.owned_text_;
   if (!text) {
     if (owned) node.document_->release_text(node.text_);
     node.text_ = nullptr;
     node.text_size_ = 0;
+    node.owned_text_ = false;
     return;
   }
   const std::size_t size = text->size();
-  if (owned && size <= XmlDocument::block_capacity(node.text_)) {
-    std::memmove(node.text_, text->data(), size);  // `text` may be these very bytes
-    node.text_size_ = size | kOwnedText;
-    return;
-  }
-  char* block = node.document_->allocate_text(size);
-  if (size != 0) std::memcpy(block, text->data(), size);
-  if (owned) node.document_->release_text(node.text_);
+  const bool long_text = size >= XmlTree::kLongSize;
+  const std::size_t needed = long_text ? size + sizeof(XmlLongBytes) : size;
+  const bool in_place = owned && needed <= XmlDocument::block_capacity(node.text_);
+  char* block = in_place ? node.text_ : node.document_->allocate_text(needed);
+  char* bytes = long_text ? block + sizeof(XmlLongBytes) : block;
+  if (size != 0) std::memmove(bytes, text->data(), size);  // `text` may be the node's own bytes
+  if (long_text) ::new (block) XmlLongBytes{bytes, size};
+  if (owned && !in_place) node.document_->release_text(node.text_);
   node.text_ = block;
-  node.text_size_ = size | kOwnedText;
+  node.text_size_ = long_text ? XmlTree::kLongSize : static_cast<std::uint16_t>(size);
+  node.owned_text_ = true;
 }
 
 XmlChild* XmlTree::holder(XmlNode* node) {
@@ -74,8 +114,7 @@ void XmlTree::drop_last_child(XmlNode& parent) {
 
 std::unique_ptr<XmlNode> xml_node_new(std::string_view name) {
   auto* document = new XmlDocument;
-  XmlChild* holder =
-      XmlTree::new_list_node<XmlNode>(*document, XmlNodeSeed{document, document->copy_text(name)});
+  XmlChild* holder = XmlTree::new_element(*document, document->copy_text(name));
   return std::unique_ptr<XmlNode>(&holder->item);
 }
 
@@ -86,7 +125,8 @@ XmlChild* xml_node_add_child(XmlNode& node, std::unique_ptr<XmlNode> child) {
 }
 
 XmlNode& xml_add_element(XmlNode& parent, std::string_view name) {
-  XmlChild* child = XmlTree::new_element(parent, XmlTree::document(parent).copy_text(name));
+  XmlDocument& document = XmlTree::document(parent);
+  XmlChild* child = XmlTree::new_element(document, document.copy_text(name));
   return list_link_at_end(XmlTree::children(parent), child)->item;
 }
 

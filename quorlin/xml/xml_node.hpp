@@ -21,6 +21,7 @@
 #define QUORLIN_XML_XML_NODE_HPP
 
 #include <cstddef>
+#include <cstdint>
 #include <memory>
 #include <new>
 #include <optional>
@@ -51,22 +52,21 @@ struct XmlAttribute {
   std::string_view value;
 };
 
-class XmlNode;
-/// What a node is made from: the document it lives in and its name, whose bytes already live in
-/// that document.
-struct XmlNodeSeed {
-  XmlDocument* document;
-  std::string_view name;
+/// How a node holds a name or text of 65,535 bytes or more: its bytes and size, kept in the tree
+/// (16 bytes beside at least 64 KiB), so that a node keeps its sizes in 16 bits.
+struct XmlLongBytes {
+  const char* bytes;  ///< the first byte
+  std::size_t size;   ///< how many there are
 };
 
+class XmlNode;
 using XmlChildren = List<XmlNode, XmlArenaNodes>;  ///< each child lives inside its List node
 using XmlAttributes = List<XmlAttribute, XmlArenaNodes>;
 using XmlChild = ListNode<XmlNode>;
 
+/// An element; xml_node_new, xml_add_element and the parser make them.
 class QUORLIN_API XmlNode {
  public:
-  /// A node without text, attributes or children; xml_node_new and the parser make them.
-  explicit XmlNode(XmlNodeSeed seed) : name_(seed.name), document_(seed.document) {}
   XmlNode(const XmlNode&) = delete;
   XmlNode& operator=(const XmlNode&) = delete;
 
@@ -74,26 +74,40 @@ class QUORLIN_API XmlNode {
   static void operator delete(XmlNode* node, std::destroying_delete_t);
 
   /// Defined here, declared with their contracts below: readers call them once per node.
-  friend std::string_view xml_node_name(const XmlNode& node) { return node.name_; }
+  friend std::string_view xml_node_name(const XmlNode& node) {
+    return bytes(node.name_, node.name_size_);
+  }
   friend const XmlChildren& xml_node_children(const XmlNode& node) {
     return node.children_ != nullptr ? *node.children_ : kNoChildren;
   }
   friend std::optional<std::string_view> xml_node_text(const XmlNode& node) {
     if (node.text_ == nullptr) return std::nullopt;
-    return std::string_view(node.text_, node.text_size_ & ~kOwnedText);
+    return bytes(node.text_, node.text_size_);
   }
 
  private:
   friend struct XmlTree;
-  static constexpr std::size_t kOwnedText = std::size_t{1} << 63;  ///< text_ is a reusable block
+  static constexpr std::uint16_t kLong = 0xFFFF;  ///< the size of bytes kept as XmlLongBytes
   static const XmlChildren kNoChildren;
 
-  std::string_view name_;
+  /// A node named by no bytes yet, without text, attributes or children.
+  explicit XmlNode(XmlDocument* document) : document_(document) {}
+
+  /// The bytes at `data` of size `size`, or those of the XmlLongBytes at `data` for kLong.
+  static std::string_view bytes(const char* data, std::uint16_t size) {
+    if (size != kLong) return {data, size};
+    const auto* long_bytes = reinterpret_cast<const XmlLongBytes*>(data);
+    return {long_bytes->bytes, long_bytes->size};
+  }
+
+  const char* name_ = nullptr;           ///< the name's bytes, or its XmlLongBytes
+  char* text_ = nullptr;                 ///< the text's bytes or XmlLongBytes; null for no text
+  std::uint16_t name_size_ = 0;          ///< kLong when name_ is an XmlLongBytes
+  std::uint16_t text_size_ = 0;          ///< kLong when text_ is an XmlLongBytes
+  bool owned_text_ = false;              ///< text_ is a reusable block of the document
   XmlChildren* children_ = nullptr;      ///< null until the first child
   XmlAttributes* attributes_ = nullptr;  ///< null until the first attribute
   XmlDocument* document_;                ///< where this node's pieces are allocated
-  char* text_ = nullptr;                 ///< null while there is no text
-  std::size_t text_size_ = 0;            ///< with kOwnedText set when text_ is a reusable block
 };
 
 /// A new tree of one element named `name`.

@@ -42,6 +42,15 @@ TEST(XmlNode, TextIsCopiedReplacedAndCleared) {
   EXPECT_EQ(xml_node_text(*node), "rst");
   xml_node_set_text(*node, "longer than before");
   EXPECT_EQ(xml_node_text(*node), "longer than before");
+  // Sizes from 65,535 up are kept beside the bytes; then from the node's own bytes, in place.
+  for (const std::size_t size : {65'534u, 65'535u, 70'000u}) {
+    xml_node_set_text(*node, std::string(size, 't'));
+    EXPECT_EQ(xml_node_text(*node), std::string(size, 't'));
+  }
+  xml_node_set_text(*node, xml_node_text(*node)->substr(1));
+  EXPECT_EQ(xml_node_text(*node), std::string(69'999, 't'));
+  xml_node_set_text(*node, xml_node_text(*node)->substr(0, 3));
+  EXPECT_EQ(xml_node_text(*node), "ttt");
   xml_node_set_text(*node, "");
   EXPECT_EQ(xml_node_text(*node), "");  // empty is not absent
   xml_node_set_text(*node, std::nullopt);
@@ -61,6 +70,13 @@ TEST(XmlNode, TextIsCopiedReplacedAndCleared) {
     if (round % 3 == 0) xml_node_set_text(*node, std::nullopt);
   }
   EXPECT_LE(addresses.size(), 2u);
+  addresses.clear();
+  for (int round = 0; round < 100; ++round) {
+    xml_node_set_text(*node, std::string(70'000, 'x'));
+    addresses.insert(xml_node_text(*node)->data());
+    xml_node_set_text(*node, std::nullopt);
+  }
+  EXPECT_EQ(addresses.size(), 1u);
 }
 
 TEST(XmlNode, AnAdoptedChildKeepsItsAddressAndTheTreeFreesItOnce) {

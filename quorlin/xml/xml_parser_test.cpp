@@ -59,6 +59,12 @@ TEST(XmlParse, TreesOfTheForgivingGrammar) {
   for (const auto& [text, tree] : cases) {
     EXPECT_EQ(describe(xml_parse(text).get()), tree) << text;
   }
+  // A name and texts of 65,535 bytes and more, copied or viewed in place; the last text stays.
+  const std::string name(65'535, 'n'), text(70'000, 't');
+  const std::string document = "<" + name + ">" + text + "<b />" + text + "x</" + name + ">";
+  const std::string tree = name + "(b)='" + text + "x'";
+  EXPECT_EQ(describe(xml_parse(document).get()), tree);
+  EXPECT_EQ(describe(xml_parse_buffer(std::string(document)).get()), tree);
 }
 
 TEST(XmlParse, ElementRangeAppendsToAGivenParent) {

@@ -112,10 +112,10 @@ class XmlDocument {
 
 // What the XML subsystem may do to a node beyond the public operations.
 struct XmlTree {
-  static constexpr std::size_t kOwnedText = XmlNode::kOwnedText;
+  static constexpr std::uint16_t kLongSize = XmlNode::kLong;  // see XmlLongBytes
 
   static XmlDocument& document(const XmlNode& node) { return *node.document_; }
-  static std::string_view name(const XmlNode& node) { return node.name_; }
+  static std::string_view name(const XmlNode& node) { return xml_node_name(node); }
   static XmlChildren& children(XmlNode& node) {
     return node.children_ != nullptr ? *node.children_ : make_children(node);
   }
@@ -125,11 +125,7 @@ struct XmlTree {
   static std::optional<std::string_view> text(const XmlNode& node) { return xml_node_text(node); }
   // Points the text at bytes of the node's document that belong to this node alone; a later
   // setter may overwrite them but does not reuse them for another text.
-  static void set_text_view(XmlNode& node, std::string_view bytes) {
-    if (node.text_size_ & kOwnedText) node.document_->release_text(node.text_);
-    node.text_ = const_cast<char*>(bytes.data());
-    node.text_size_ = bytes.size();
-  }
+  static void set_text_view(XmlNode& node, std::string_view bytes);
   static void set_text(XmlNode& node, std::optional<std::string_view> text);
 
   // The List node that holds `node`: a root is made inside one, so that adoption can link it.
@@ -138,13 +134,11 @@ struct XmlTree {
   // Appends an element whose name already lives in the parent's document, without copying the
   // name and without the children List's lock: for a tree no other thread can reach yet.
   static XmlNode& add_element_unshared(XmlNode& parent, std::string_view name_in_document) {
-    return list_link_at_end_unlocked(children(parent), new_element(parent, name_in_document))->item;
+    XmlChild* child = new_element(*parent.document_, name_in_document);
+    return list_link_at_end_unlocked(children(parent), child)->item;
   }
-  // A List node that holds a new element of the parent's tree, in no List yet.
-  static XmlChild* new_element(const XmlNode& parent, std::string_view name_in_document) {
-    return new_list_node<XmlNode>(*parent.document_,
-                                  XmlNodeSeed{parent.document_, name_in_document});
-  }
+  // A List node that holds a new element of `document`, in no List yet.
+  static XmlChild* new_element(XmlDocument& document, std::string_view name_in_document);
   // A List node made in `document` around an item made from `item`, in no List yet.
   template <typename T, typename U>
   static ListNode<T>* new_list_node(XmlDocument& document, U&& item) {
