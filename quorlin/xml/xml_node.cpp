@@ -51,13 +51,13 @@ XmlAttributes& XmlTree::attributes(XmlNode& node) {
   return *node.attributes_;
 }
 
-XmlChild* XmlTree::new_element(XmlDocument& document, std::string_view name_in_document) {
-  XmlChild* holder = new_list_node<XmlNode>(document, &document);
-  point_at(document, name_in_document, holder->item.name_, holder->item.name_size_);
+XmlChild* XmlTree::name_long(XmlChild* holder, std::string_view name_in_document) {
+  XmlNode& node = holder->item;
+  point_at(*node.document_, name_in_document, node.name_, node.name_size_);
   return holder;
 }
 
-void XmlTree::set_text_view(XmlNode& node, std::string_view bytes) {
+void XmlTree::set_long_or_after_owned(XmlNode& node, std::string_view bytes) {
   // The view of a long text before may serve again; an owned block goes back.
   XmlLongBytes* reused = nullptr;
   if (node.owned_text_) {

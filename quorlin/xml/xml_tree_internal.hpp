@@ -125,7 +125,11 @@ struct XmlTree {
   static std::optional<std::string_view> text(const XmlNode& node) { return xml_node_text(node); }
   // Points the text at bytes of the node's document that belong to this node alone; a later
   // setter may overwrite them but does not reuse them for another text.
-  static void set_text_view(XmlNode& node, std::string_view bytes);
+  static void set_text_view(XmlNode& node, std::string_view bytes) {
+    if (node.owned_text_ || bytes.size() >= kLongSize) return set_long_or_after_owned(node, bytes);
+    node.text_ = const_cast<char*>(bytes.data());
+    node.text_size_ = static_cast<std::uint16_t>(bytes.size());
+  }
   static void set_text(XmlNode& node, std::optional<std::string_view> text);
 
   // The List node that holds `node`: a root is made inside one, so that adoption can link it.
@@ -138,7 +142,13 @@ struct XmlTree {
     return list_link_at_end_unlocked(children(parent), child)->item;
   }
   // A List node that holds a new element of `document`, in no List yet.
-  static XmlChild* new_element(XmlDocument& document, std::string_view name_in_document);
+  static XmlChild* new_element(XmlDocument& document, std::string_view name_in_document) {
+    XmlChild* holder = new_list_node<XmlNode>(document, &document);
+    if (name_in_document.size() >= kLongSize) return name_long(holder, name_in_document);
+    holder->item.name_ = name_in_document.data();
+    holder->item.name_size_ = static_cast<std::uint16_t>(name_in_document.size());
+    return holder;
+  }
   // A List node made in `document` around an item made from `item`, in no List yet.
   template <typename T, typename U>
   static ListNode<T>* new_list_node(XmlDocument& document, U&& item) {
@@ -150,6 +160,8 @@ struct XmlTree {
 
  private:
   static XmlChildren& make_children(XmlNode& node);  // the List of a node's first child
+  static XmlChild* name_long(XmlChild* holder, std::string_view name_in_document);
+  static void set_long_or_after_owned(XmlNode& node, std::string_view bytes);
 };
 
 }  // namespace quorlin
