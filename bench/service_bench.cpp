@@ -1,8 +1,8 @@
 // The tool against the service simulator: `quorlinadmin list` of a 16 MB network list beside
 // `xmllint --noout` parsing the same document from a file (CPU time and peak memory of each
-// process alone, and the tool's instructions per reply byte under callgrind), and a loop of
-// get_local_ip operations beside plain sockets and beside a minimal server. The simulator runs in
-// this process on port 7000.
+// process alone, and the tool's instructions per reply byte under callgrind); the tool's peak
+// memory on replies made of tiny elements; and a loop of get_local_ip operations beside plain
+// sockets and beside a minimal server. The simulator runs in this process on port 7000.
 #include <arpa/inet.h>
 #include <benchmark/benchmark.h>
 #include <fcntl.h>
@@ -202,6 +202,52 @@ void BM_QuorlinadminListInstructions(benchmark::State& state) {
       instructions / static_cast<double>(fixture().document_bytes);
 }
 
+std::string repeated(std::string_view head, std::string_view unit, long count,
+                     std::string_view tail) {
+  std::string text(head);
+  for (long i = 0; i < count; ++i) text += unit;
+  return text.append(tail);
+}
+
+// Replies made of tiny elements, where the tree or the records cost most beside the reply: the
+// tool's peak resident memory on each, above its peak on a tiny reply, per byte of the reply
+// (the least of three runs each).
+void BM_QuorlinadminListTinyElements(benchmark::State& state) {
+  std::string open, close;
+  for (long level = 0; level < 200'000; ++level) open += "<e" + std::to_string(level) + ">";
+  for (long level = 199'999; level >= 0; --level) close += "</e" + std::to_string(level) + ">";
+  std::string attributes = "<PeerNetworks";
+  for (long i = 0; i < 1'000'000; ++i) attributes += " k" + std::to_string(i) + "=\"v\"";
+  const struct {
+    const char* counter;
+    std::string reply;
+  } replies[] = {
+      {"", "<PeerNetworks></PeerNetworks>\n"},
+      {"nested_200k_per_reply", open + "x" + close + "\n"},
+      {"empty_networks_200k_per_reply",
+       repeated("<PeerNetworks>", "<PeerNetwork></PeerNetwork>", 200'000, "</PeerNetworks>\n")},
+      {"attributes_1M_per_reply", attributes + "></PeerNetworks>\n"},
+  };
+  fixture();
+  for (auto _ : state) {
+    double tiny_peak_mb = 0;
+    for (const auto& reply : replies) {
+      fixture().service.answer_with(reply.reply);
+      double peak_mb = 1e9;
+      for (int run = 0; run < 3; ++run) {
+        peak_mb = std::min(peak_mb, run_child({QUORLINADMIN_PATH, "list"}).peak_mb);
+      }
+      if (*reply.counter == '\0') {
+        tiny_peak_mb = peak_mb;
+      } else {
+        const double reply_mb = static_cast<double>(reply.reply.size()) / (1 << 20);
+        state.counters[reply.counter] = (peak_mb - tiny_peak_mb) / reply_mb;
+      }
+    }
+  }
+  fixture().service.misbehave(quorlin::simulator::Misbehaviour::kNone);
+}
+
 void BM_GetLocalIp(benchmark::State& state) {
   fixture();
   char ip[64];
@@ -266,6 +312,7 @@ void BM_MinimalServerRoundTrip(benchmark::State& state) {
 BENCHMARK(BM_XmllintNoout16MB)->Unit(benchmark::kMillisecond)->Repetitions(3);
 BENCHMARK(BM_QuorlinadminList16MB)->Unit(benchmark::kMillisecond)->Repetitions(3);
 BENCHMARK(BM_QuorlinadminListInstructions)->Iterations(1)->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_QuorlinadminListTinyElements)->Iterations(1)->Unit(benchmark::kMillisecond);
 BENCHMARK(BM_PlainSocketGetLocalIp)
     ->Iterations(10'000)
     ->UseRealTime()

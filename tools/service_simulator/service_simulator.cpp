@@ -84,6 +84,7 @@ struct SimulatorState {
   Misbehaviour misbehaviour = Misbehaviour::kNone;
   int delay_ms = 0;
   std::size_t huge_reply_bytes = 0;
+  std::shared_ptr<const std::string> fixed_reply;  // shared: a reply may be large
   int refuse_add_network = 0;
   std::optional<std::string> all_networks_text;  // cached, the list can be large
 
@@ -331,6 +332,12 @@ void ServiceSimulator::misbehave(Misbehaviour misbehaviour, int delay_ms,
   state_->huge_reply_bytes = huge_reply_bytes;
 }
 
+void ServiceSimulator::answer_with(std::string reply) {
+  std::lock_guard hold(lock_);
+  state_->misbehaviour = Misbehaviour::kFixedReply;
+  state_->fixed_reply = std::make_shared<const std::string>(std::move(reply));
+}
+
 void ServiceSimulator::refuse_add_network(int count) {
   std::lock_guard hold(lock_);
   state_->refuse_add_network = count;
@@ -352,6 +359,7 @@ void ServiceSimulator::handle(int connection) {
   Misbehaviour misbehaviour;
   int delay_ms;
   std::size_t huge_reply_bytes;
+  std::shared_ptr<const std::string> fixed_reply;
   {
     std::lock_guard hold(lock_);
     state_->requests.push_back(request);
@@ -364,6 +372,7 @@ void ServiceSimulator::handle(int connection) {
     misbehaviour = state_->misbehaviour;
     delay_ms = state_->delay_ms;
     huge_reply_bytes = state_->huge_reply_bytes;
+    fixed_reply = state_->fixed_reply;
   }
 
   switch (misbehaviour) {
@@ -380,6 +389,9 @@ void ServiceSimulator::handle(int connection) {
       }
       return;
     }
+    case Misbehaviour::kFixedReply:
+      tools::write_all(connection, *fixed_reply);
+      return;
     case Misbehaviour::kDelay:
       std::this_thread::sleep_for(std::chrono::milliseconds(delay_ms));
       break;

@@ -29,6 +29,7 @@ enum class Misbehaviour {
   kGarbage,            // bytes that are neither a form nor a document, ended by LF
   kDelay,              // waits `delay_ms` before the usual reply
   kHugeReply,          // `huge_reply_bytes` without any line end, then closes
+  kFixedReply,         // the bytes given to answer_with, then closes
 };
 
 struct SimulatorOptions {
@@ -56,6 +57,8 @@ class ServiceSimulator {
 
   void misbehave(Misbehaviour misbehaviour, int delay_ms = 0,
                  std::size_t huge_reply_bytes = 100u << 20);
+  // Every request is answered with `reply` alone, until misbehave() says otherwise.
+  void answer_with(std::string reply);
   // The next `count` add_network requests are refused as if the name were taken.
   void refuse_add_network(int count);
   // Replaces the whole state with the seed (and the generated networks).
