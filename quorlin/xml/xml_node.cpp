@@ -14,22 +14,6 @@ T* make_in(XmlDocument& document, Args&&... args) {
   return ::new (document.allocate_for<T>()) T(std::forward<Args>(args)...);
 }
 
-// Views `bytes`, which live in `document`, as a name or text: directly, or through an XmlLongBytes
-// made in the document (or `reused`, one the node no longer needs) when they are long.
-void point_at(XmlDocument& document, std::string_view bytes, const char*& data, std::uint16_t& size,
-              XmlLongBytes* reused = nullptr) {
-  if (bytes.size() < XmlTree::kLongSize) {
-    data = bytes.data();
-    size = static_cast<std::uint16_t>(bytes.size());
-    return;
-  }
-  XmlLongBytes* long_bytes =
-      reused ? reused : ::new (document.allocate_for<XmlLongBytes>()) XmlLongBytes{};
-  *long_bytes = XmlLongBytes{bytes.data(), bytes.size()};
-  data = reinterpret_cast<const char*>(long_bytes);
-  size = XmlTree::kLongSize;
-}
-
 }  // namespace
 
 void XmlNode::operator delete(XmlNode* node, std::destroying_delete_t) {
@@ -51,24 +35,20 @@ XmlAttributes& XmlTree::attributes(XmlNode& node) {
   return *node.attributes_;
 }
 
-XmlChild* XmlTree::name_long(XmlChild* holder, std::string_view name_in_document) {
-  XmlNode& node = holder->item;
-  point_at(*node.document_, name_in_document, node.name_, node.name_size_);
-  return holder;
+void XmlTree::view_long(XmlDocument& document, std::string_view bytes, const char*& data,
+                        std::uint16_t& size, XmlLongBytes* reused) {
+  void* memory = reused != nullptr ? reused : document.allocate_for<XmlLongBytes>();
+  data = reinterpret_cast<const char*>(::new (memory) XmlLongBytes{bytes.data(), bytes.size()});
+  size = kLongSize;
 }
 
-void XmlTree::set_long_or_after_owned(XmlNode& node, std::string_view bytes) {
-  // The view of a long text before may serve again; an owned block goes back.
-  XmlLongBytes* reused = nullptr;
+XmlLongBytes* XmlTree::let_text_go(XmlNode& node) {
   if (node.owned_text_) {
     node.document_->release_text(node.text_);
     node.owned_text_ = false;
-  } else if (node.text_ != nullptr && node.text_size_ == XmlTree::kLongSize) {
-    reused = reinterpret_cast<XmlLongBytes*>(node.text_);
+    return nullptr;
   }
-  const char* data = nullptr;
-  point_at(*node.document_, bytes, data, node.text_size_, reused);
-  node.text_ = const_cast<char*>(data);
+  return reinterpret_cast<XmlLongBytes*>(node.text_);
 }
 
 // An owned text is a reusable block of the document that holds the bytes, after an XmlLongBytes
@@ -83,7 +63,7 @@ void XmlTree::set_text(XmlNode& node, std::optional<std::string_view> text) {
     return;
   }
   const std::size_t size = text->size();
-  const bool long_text = size >= XmlTree::kLongSize;
+  const bool long_text = size >= kLongSize;
   const std::size_t needed = long_text ? size + sizeof(XmlLongBytes) : size;
   const bool in_place = owned && needed <= XmlDocument::block_capacity(node.text_);
   char* block = in_place ? node.text_ : node.document_->allocate_text(needed);
@@ -92,7 +72,7 @@ void XmlTree::set_text(XmlNode& node, std::optional<std::string_view> text) {
   if (long_text) ::new (block) XmlLongBytes{bytes, size};
   if (owned && !in_place) node.document_->release_text(node.text_);
   node.text_ = block;
-  node.text_size_ = long_text ? XmlTree::kLongSize : static_cast<std::uint16_t>(size);
+  node.text_size_ = long_text ? kLongSize : static_cast<std::uint16_t>(size);
   node.owned_text_ = true;
 }
 

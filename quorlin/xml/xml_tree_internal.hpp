@@ -126,9 +126,11 @@ struct XmlTree {
   // Points the text at bytes of the node's document that belong to this node alone; a later
   // setter may overwrite them but does not reuse them for another text.
   static void set_text_view(XmlNode& node, std::string_view bytes) {
-    if (node.owned_text_ || bytes.size() >= kLongSize) return set_long_or_after_owned(node, bytes);
-    node.text_ = const_cast<char*>(bytes.data());
-    node.text_size_ = static_cast<std::uint16_t>(bytes.size());
+    XmlLongBytes* reused = nullptr;
+    if (node.owned_text_ || node.text_size_ == kLongSize) reused = let_text_go(node);
+    const char* data = nullptr;
+    view(*node.document_, bytes, data, node.text_size_, reused);
+    node.text_ = const_cast<char*>(data);
   }
   static void set_text(XmlNode& node, std::optional<std::string_view> text);
 
@@ -144,9 +146,7 @@ struct XmlTree {
   // A List node that holds a new element of `document`, in no List yet.
   static XmlChild* new_element(XmlDocument& document, std::string_view name_in_document) {
     XmlChild* holder = new_list_node<XmlNode>(document, &document);
-    if (name_in_document.size() >= kLongSize) return name_long(holder, name_in_document);
-    holder->item.name_ = name_in_document.data();
-    holder->item.name_size_ = static_cast<std::uint16_t>(name_in_document.size());
+    view(document, name_in_document, holder->item.name_, holder->item.name_size_);
     return holder;
   }
   // A List node made in `document` around an item made from `item`, in no List yet.
@@ -160,8 +160,18 @@ struct XmlTree {
 
  private:
   static XmlChildren& make_children(XmlNode& node);  // the List of a node's first child
-  static XmlChild* name_long(XmlChild* holder, std::string_view name_in_document);
-  static void set_long_or_after_owned(XmlNode& node, std::string_view bytes);
+  // Points `data` and `size` at `bytes`, which live in `document`: in the node when short, else
+  // through an XmlLongBytes made in the document, or `reused`, one the node no longer needs.
+  static void view(XmlDocument& document, std::string_view bytes, const char*& data,
+                   std::uint16_t& size, XmlLongBytes* reused = nullptr) {
+    if (bytes.size() >= kLongSize) return view_long(document, bytes, data, size, reused);
+    data = bytes.data();
+    size = static_cast<std::uint16_t>(bytes.size());
+  }
+  static void view_long(XmlDocument& document, std::string_view bytes, const char*& data,
+                        std::uint16_t& size, XmlLongBytes* reused);
+  // Gives an owned text's block back, or returns the XmlLongBytes of a long text view.
+  static XmlLongBytes* let_text_go(XmlNode& node);
 };
 
 }  // namespace quorlin
