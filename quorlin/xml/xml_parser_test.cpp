@@ -59,10 +59,11 @@ TEST(XmlParse, TreesOfTheForgivingGrammar) {
   for (const auto& [text, tree] : cases) {
     EXPECT_EQ(describe(xml_parse(text).get()), tree) << text;
   }
-  // A name and texts of 65,535 bytes and more, copied or viewed in place; the last text stays.
+  // A name and texts of 65,535 bytes and more, copied or viewed in place, after a short text and
+  // after a long one; the last text stays.
   const std::string name(65'535, 'n'), text(70'000, 't');
-  const std::string document = "<" + name + ">" + text + "<b />" + text + "x</" + name + ">";
-  const std::string tree = name + "(b)='" + text + "x'";
+  const std::string document = "<" + name + ">s<b />" + text + "<c />" + text + "x</" + name + ">";
+  const std::string tree = name + "(b,c)='" + text + "x'";
   EXPECT_EQ(describe(xml_parse(document).get()), tree);
   EXPECT_EQ(describe(xml_parse_buffer(std::string(document)).get()), tree);
 }
