@@ -1,6 +1,6 @@
 // Compact network-list documents as the service sends them: no whitespace, a PeerNetworks root
 // and, per network, the elements of a PeerNetwork record in their written order with five
-// members each.
+// members each; and the documents of tiny elements that cost a tree most.
 #ifndef QUORLIN_BENCH_NETWORK_DOCUMENTS_HPP
 #define QUORLIN_BENCH_NETWORK_DOCUMENTS_HPP
 
@@ -35,6 +35,22 @@ inline std::string network_list_document(std::size_t target_bytes) {
   for (int network = 0; out.size() + 1300 < target_bytes; ++network) append_network(out, network);
   out += "</PeerNetworks>";
   return out;
+}
+
+// `levels` elements with distinct names (e0, e1, ...), each inside the one before, around `text`.
+inline std::string nested_document(int levels, const std::string& text = "") {
+  std::string out;
+  for (int level = 0; level < levels; ++level) out += "<e" + std::to_string(level) + ">";
+  out += text;
+  for (int level = levels - 1; level >= 0; --level) out += "</e" + std::to_string(level) + ">";
+  return out;
+}
+
+// One element named `name` with `count` distinct attributes (k0="v", k1="v", ...).
+inline std::string element_with_attributes(const std::string& name, int count) {
+  std::string out = "<" + name;
+  for (int i = 0; i < count; ++i) out += " k" + std::to_string(i) + "=\"v\"";
+  return out + "></" + name + ">";
 }
 
 }  // namespace quorlin::bench

@@ -22,6 +22,7 @@
 #include <string>
 #include <vector>
 
+#include "bench/network_documents.hpp"
 #include "quorlin/client/service.hpp"
 #include "quorlin/net/connection.hpp"
 #include "quorlin/records/record_writer.hpp"
@@ -213,20 +214,16 @@ std::string repeated(std::string_view head, std::string_view unit, long count,
 // tool's peak resident memory on each, above its peak on a tiny reply, per byte of the reply
 // (the least of three runs each).
 void BM_QuorlinadminListTinyElements(benchmark::State& state) {
-  std::string open, close;
-  for (long level = 0; level < 200'000; ++level) open += "<e" + std::to_string(level) + ">";
-  for (long level = 199'999; level >= 0; --level) close += "</e" + std::to_string(level) + ">";
-  std::string attributes = "<PeerNetworks";
-  for (long i = 0; i < 1'000'000; ++i) attributes += " k" + std::to_string(i) + "=\"v\"";
   const struct {
     const char* counter;
     std::string reply;
   } replies[] = {
       {"", "<PeerNetworks></PeerNetworks>\n"},
-      {"nested_200k_per_reply", open + "x" + close + "\n"},
+      {"nested_200k_per_reply", quorlin::bench::nested_document(200'000, "x") + "\n"},
       {"empty_networks_200k_per_reply",
        repeated("<PeerNetworks>", "<PeerNetwork></PeerNetwork>", 200'000, "</PeerNetworks>\n")},
-      {"attributes_1M_per_reply", attributes + "></PeerNetworks>\n"},
+      {"attributes_1M_per_reply",
+       quorlin::bench::element_with_attributes("PeerNetworks", 1'000'000) + "\n"},
   };
   fixture();
   for (auto _ : state) {

@@ -26,9 +26,7 @@ std::string make_document(Document kind) {
     case kNetworks16MB:
       return quorlin::bench::network_list_document(16 << 20);
     case kNested:  // 200,000 nested elements with distinct names
-      for (int i = 0; i < 200'000; ++i) text += "<e" + std::to_string(i) + ">";
-      for (int i = 200'000 - 1; i >= 0; --i) text += "</e" + std::to_string(i) + ">";
-      return text;
+      return quorlin::bench::nested_document(200'000);
     case kBlankAtEnd:  // 200,000 elements, the only blank at the very end
       text = "<r>";
       for (int i = 0; i < 200'000; ++i) text += "<e>" + std::to_string(i) + "</e>";
@@ -37,9 +35,7 @@ std::string make_document(Document kind) {
       for (int i = 0; i < 100'000; ++i) text += "<u>";
       return text;
     case kAttributes:  // one element with 1,000,000 attributes
-      text = "<a";
-      for (int i = 0; i < 1'000'000; ++i) text += " k" + std::to_string(i) + "=\"v\"";
-      return text + "></a>";
+      return quorlin::bench::element_with_attributes("a", 1'000'000);
   }
   return text;
 }
