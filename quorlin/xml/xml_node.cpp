@@ -42,15 +42,6 @@ void XmlTree::view_long(XmlDocument& document, std::string_view bytes, const cha
   size = kLongSize;
 }
 
-XmlLongBytes* XmlTree::let_text_go(XmlNode& node) {
-  if (node.owned_text_) {
-    node.document_->release_text(node.text_);
-    node.owned_text_ = false;
-    return nullptr;
-  }
-  return reinterpret_cast<XmlLongBytes*>(node.text_);
-}
-
 // An owned text is a reusable block of the document that holds the bytes, after an XmlLongBytes
 // that points at them when they are long.
 void XmlTree::set_text(XmlNode& node, std::optional<std::string_view> text) {

@@ -124,10 +124,12 @@ struct XmlTree {
   static XmlAttributes& attributes(XmlNode& node);
   static std::optional<std::string_view> text(const XmlNode& node) { return xml_node_text(node); }
   // Points the text at bytes of the node's document that belong to this node alone; a later
-  // setter may overwrite them but does not reuse them for another text.
+  // setter may overwrite them but does not reuse them for another text. For the nodes the parser
+  // makes, whose texts are always such views and never blocks the tree owns; the record of a
+  // long view before serves the new text.
   static void set_text_view(XmlNode& node, std::string_view bytes) {
-    XmlLongBytes* reused = nullptr;
-    if (node.owned_text_ || node.text_size_ == kLongSize) reused = let_text_go(node);
+    auto* reused =
+        node.text_size_ == kLongSize ? reinterpret_cast<XmlLongBytes*>(node.text_) : nullptr;
     const char* data = nullptr;
     view(*node.document_, bytes, data, node.text_size_, reused);
     node.text_ = const_cast<char*>(data);
@@ -170,8 +172,6 @@ struct XmlTree {
   }
   static void view_long(XmlDocument& document, std::string_view bytes, const char*& data,
                         std::uint16_t& size, XmlLongBytes* reused);
-  // Gives an owned text's block back, or returns the XmlLongBytes of a long text view.
-  static XmlLongBytes* let_text_go(XmlNode& node);
 };
 
 }  // namespace quorlin
