@@ -221,8 +221,14 @@ class Parser {
 
   // The tag that begins at `lt`, at the position of the innermost range.
   void read_tag(long lt) {
-    // The name ends at the tag's first blank or ">".
-    const long name_end = scan::find_either(text_, ' ', '>', lt + 1, end_);
+    // The name ends at the tag's first blank or ">". A "<" is looked for in the same pass:
+    // most names hold none, and the next "<" is then looked for only after the name.
+    long name_end = scan::find_any(text_, ' ', '>', '<', lt + 1, end_);
+    long next_tag = -1;
+    if (name_end >= 0 && text_[name_end] == '<') {
+      next_tag = name_end;
+      name_end = scan::find_either(text_, ' ', '>', name_end + 1, end_);
+    }
     if (name_end < 0) return stop(lt);
     const long space = text_[name_end] == ' ' ? name_end : -1;
     const long gt = space < 0 ? name_end : scan::find_byte(text_, '>', space + 1, end_);
@@ -231,19 +237,33 @@ class Parser {
       position_ = gt + 1;
       return;
     }
+    if (next_tag < 0) next_tag = scan::find_byte(text_, '<', name_end + 1, end_);
+    const std::string_view name = piece(lt + 1, space >= 0 ? space : gt);
+    // Most elements hold only text: the next tag is their closing tag, the first "<" after the
+    // opening tag; no closing tag can then begin inside the tag.
+    if (next_tag > gt && text_[gt - 1] != '/' && closes(next_tag, name) && !is_open(name)) {
+      return add_text_element(name, space, gt, next_tag);
+    }
     // A "<" inside the tag may begin the closing tag of an open element, which then ends
     // before this tag does.
-    const long next_tag = scan::find_byte(text_, '<', lt + 1, end_);
     if (next_tag >= 0 && next_tag < gt && close_in_group(lt + 1, gt)) return;
-    open_element(lt, space, gt, next_tag);
+    open_element(lt, name, space, gt, next_tag);
   }
 
-  void open_element(long lt, long space, long gt, long next_tag) {
-    const std::string_view name = text_.substr(lt + 1, (space >= 0 ? space : gt) - lt - 1);
+  // The element `name` whose opening tag ends at `gt` holds text up to its closing tag, which
+  // begins at `closing`.
+  void add_text_element(std::string_view name, long space, long gt, long closing) {
+    XmlNode* const parent = top_receiver();
+    XmlNode& element = append(parent, name);
+    if (space >= 0) xml_parse_attributes(element, text_, space + 1, gt);
+    if (closing > gt + 1) XmlTree::set_text_view(element, kept(element, gt + 1, closing));
+    position_ = closing + static_cast<long>(name.size()) + 3;
+    if (parent == root_.get()) completed_root_child(element);
+  }
+
+  void open_element(long lt, std::string_view name, long space, long gt, long next_tag) {
     const bool self_closing = text_[gt - 1] == '/';
     bool complete = self_closing;
-    long next = gt + 1;
-    long text_end = -1;
     // The element's own closing tag may stand inside its opening tag, ending at its ">": then
     // the element has no content.
     const long own_closing = gt - static_cast<long>(name.size()) - 2;
@@ -251,12 +271,6 @@ class Parser {
       complete = true;
     } else if (gt >= last_closing_) {
       return stop(lt);  // no closing tag follows
-    } else if (next_tag > gt && closes(next_tag, name) && !is_open(name)) {
-      // Most elements hold only text: the next tag is their closing tag, which is then the
-      // first one after the opening tag (there is no "<" inside the tag).
-      complete = true;
-      text_end = next_tag;
-      next = next_tag + static_cast<long>(name.size()) + 3;
     }
     // The first "</name>" to come would close an open element of the same name first, and
     // leave none for this one: such an element is not made, and the range stops before it.
@@ -270,8 +284,7 @@ class Parser {
       frames_.back() = &element;
       return;
     }
-    if (text_end > gt + 1) XmlTree::set_text_view(element, kept(element, gt + 1, text_end));
-    position_ = next;
+    position_ = gt + 1;
     if (parent == root_.get()) completed_root_child(element);
   }
 
@@ -433,7 +446,7 @@ class Parser {
     }
     // One mark, before the first child and after the root's attributes, for every child: a
     // mark per child would keep the block each child began in whenever it filled another.
-    if (sink_ != nullptr && receiver == root_.get() && !child_marked_) {
+    if (receiver == root_.get() && sink_ != nullptr && !child_marked_) {
       child_mark_ = XmlTree::document(*root_).mark();
       child_marked_ = true;
     }
@@ -451,9 +464,14 @@ class Parser {
   // pieces of any other text.
   bool views_text() const { return kept_text_ != nullptr || sink_ != nullptr; }
 
+  // The bytes text[start, end), which the caller knows to lie in the text.
+  std::string_view piece(long start, long end) const {
+    return {text_.data() + start, static_cast<std::size_t>(end - start)};
+  }
+
   // The bytes text[start, end) as the tree of `node` holds them.
   std::string_view kept(const XmlNode& node, long start, long end) const {
-    const std::string_view bytes = text_.substr(start, end - start);
+    const std::string_view bytes = piece(start, end);
     return views_text() ? bytes : XmlTree::document(node).copy_text(bytes);
   }
 

@@ -36,6 +36,23 @@ inline long find_either(std::string_view text, char first, char second, long fro
   return -1;
 }
 
+// The first position in text[from, end) whose byte is `first`, `second` or `third`, or -1.
+inline long find_any(std::string_view text, char first, char second, char third, long from,
+                     long end) {
+  const char* data = text.data();
+#if defined(__SSE2__)
+  for (; from <= end - 16; from += 16) {
+    const unsigned hits = byte_mask(data + from, first) | byte_mask(data + from, second) |
+                          byte_mask(data + from, third);
+    if (hits != 0) return from + __builtin_ctz(hits);
+  }
+#endif
+  for (; from < end; ++from) {
+    if (data[from] == first || data[from] == second || data[from] == third) return from;
+  }
+  return -1;
+}
+
 // The first `byte` in text[from, end), or -1.
 inline long find_byte(std::string_view text, char byte, long from, long end) {
   return find_either(text, byte, byte, from, end);
