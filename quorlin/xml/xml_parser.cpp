@@ -238,7 +238,7 @@ class Parser {
       return;
     }
     if (next_tag < 0) next_tag = scan::find_byte(text_, '<', name_end + 1, end_);
-    const std::string_view name = piece(lt + 1, space >= 0 ? space : gt);
+    const std::string_view name = piece(lt + 1, name_end);
     // Most elements hold only text: the next tag is their closing tag, the first "<" after the
     // opening tag; no closing tag can then begin inside the tag.
     if (next_tag > gt && text_[gt - 1] != '/' && closes(next_tag, name) && !is_open(name)) {
@@ -326,11 +326,13 @@ class Parser {
   // "</" stands at `lt`, a range's position: closes the open elements whose closing tags begin
   // there or inside that tag. False when it closes none.
   bool close_at(long lt) {
-    if (frames_.size() > 1 && closes(lt, XmlTree::name(*frames_.back()))) {
-      const long gt = lt + static_cast<long>(XmlTree::name(*frames_.back()).size()) + 2;
-      close(static_cast<long>(frames_.size()) - 1, gt);
+    const std::string_view name = frames_.size() > 1 ? XmlTree::name(*frames_.back()) : "";
+    if (frames_.size() > 1 && closes(lt, name)) {
+      const long gt = lt + static_cast<long>(name.size()) + 2;
       // A closing tag of an outer element can begin inside this one only if this name holds "<".
-      if (scan::find_byte(text_, '<', lt + 1, gt) >= 0) close_in_group(lt + 1, gt);
+      const bool may_close_more = name.find('<') != std::string_view::npos;
+      close(static_cast<long>(frames_.size()) - 1, gt);
+      if (may_close_more) close_in_group(lt + 1, gt);
       return true;
     }
     const long gt = first_gt_from(lt + 2);
@@ -562,7 +564,7 @@ void xml_parse_attributes(XmlNode& node, std::string_view text, long start, long
     const long open_quote = scan::find_byte(text, '"', position, end);
     if (open_quote >= 0) {
       const long close_quote = scan::find_byte(text, '"', open_quote + 1, end);
-      if (close_quote >= 0) stop = close_quote + 1;
+      if (close_quote != -1) stop = close_quote + 1;
     }
     xml_parse_attribute(node, text, position, stop);
     position = stop + 1;  // exactly one separating byte is skipped
