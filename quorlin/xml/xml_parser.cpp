@@ -237,7 +237,7 @@ class Parser {
       position_ = gt + 1;
       return;
     }
-    if (next_tag < 0) next_tag = scan::find_byte(text_, '<', name_end + 1, end_);
+    if (next_tag == -1) next_tag = scan::find_byte(text_, '<', name_end + 1, end_);
     const std::string_view name = piece(lt + 1, name_end);
     // Most elements hold only text: the next tag is their closing tag, the first "<" after the
     // opening tag; no closing tag can then begin inside the tag.
