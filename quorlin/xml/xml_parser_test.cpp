@@ -125,8 +125,9 @@ std::string nearly_well_formed(std::mt19937& random) {
 }
 
 // Deep nesting, so that the open names outgrow the parser's first table, with one name of the
-// upper half that opens again in the lower half while it is open, and a closing tag of a random open element inserted at a
-// random place, so that an element that is not the innermost is closed by name.
+// upper half that opens again in the lower half while it is open, and a closing tag of a random
+// open element inserted at a random place, so that an element that is not the innermost is
+// closed by name.
 std::string deep_document(std::mt19937& random) {
   std::vector<std::string> names(70 + random() % 90);
   for (std::size_t level = 0; level < names.size(); ++level) names[level] = std::to_string(level);
