@@ -148,8 +148,8 @@ TEST(XmlParse, ReadsRandomTextsExactlyAsThePlainAlgorithm) {
   std::mt19937 random(20261122);
   for (int round = 0; round < 40'000; ++round) {
     const std::string text = round % 4 == 0 ? deep_document(random)
-                             : round % 2     ? random_pieces(random)
-                                             : nearly_well_formed(random);
+                             : round % 2    ? random_pieces(random)
+                                            : nearly_well_formed(random);
     const auto tree = xml_parse(text);
     ASSERT_EQ(describe(tree.get()), reference::parse_and_describe(text)) << text;
     ASSERT_EQ(describe_handed_over(text), describe_root_children(tree.get())) << text;
