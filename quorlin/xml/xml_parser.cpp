@@ -326,14 +326,16 @@ class Parser {
   // "</" stands at `lt`, a range's position: closes the open elements whose closing tags begin
   // there or inside that tag. False when it closes none.
   bool close_at(long lt) {
-    const std::string_view name = frames_.size() > 1 ? XmlTree::name(*frames_.back()) : "";
-    if (frames_.size() > 1 && closes(lt, name)) {
-      const long gt = lt + static_cast<long>(name.size()) + 2;
-      // A closing tag of an outer element can begin inside this one only if this name holds "<".
-      const bool may_close_more = name.find('<') != std::string_view::npos;
-      close(static_cast<long>(frames_.size()) - 1, gt);
-      if (may_close_more) close_in_group(lt + 1, gt);
-      return true;
+    if (frames_.size() > 1) {
+      const std::string_view name = XmlTree::name(*frames_.back());
+      if (closes(lt, name)) {
+        const long gt = lt + static_cast<long>(name.size()) + 2;
+        // Only a name that holds "<" can hide the closing tag of an outer element in this one.
+        const bool may_close_more = name.find('<') != std::string_view::npos;
+        close(static_cast<long>(frames_.size()) - 1, gt);
+        if (may_close_more) close_in_group(lt + 1, gt);
+        return true;
+      }
     }
     const long gt = first_gt_from(lt + 2);
     return gt >= 0 && close_in_group(lt, gt);

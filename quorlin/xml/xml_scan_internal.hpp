@@ -20,23 +20,9 @@ inline unsigned byte_mask(const char* at, char byte) {
 }
 #endif
 
-// The first position in text[from, end) whose byte is `first` or `second`, or -1; `end` is at
-// most the text's size. Sixteen bytes are compared at once while sixteen are left in the range.
-inline long find_either(std::string_view text, char first, char second, long from, long end) {
-  const char* data = text.data();
-#if defined(__SSE2__)
-  for (; from <= end - 16; from += 16) {
-    const unsigned hits = byte_mask(data + from, first) | byte_mask(data + from, second);
-    if (hits != 0) return from + __builtin_ctz(hits);
-  }
-#endif
-  for (; from < end; ++from) {
-    if (data[from] == first || data[from] == second) return from;
-  }
-  return -1;
-}
-
-// The first position in text[from, end) whose byte is `first`, `second` or `third`, or -1.
+// The first position in text[from, end) whose byte is `first`, `second` or `third`, or -1;
+// `end` is at most the text's size. The searches for one or two bytes repeat a byte: the
+// compiler compares a block with it once.
 inline long find_any(std::string_view text, char first, char second, char third, long from,
                      long end) {
   const char* data = text.data();
@@ -51,6 +37,11 @@ inline long find_any(std::string_view text, char first, char second, char third,
     if (data[from] == first || data[from] == second || data[from] == third) return from;
   }
   return -1;
+}
+
+// The first position in text[from, end) whose byte is `first` or `second`, or -1.
+inline long find_either(std::string_view text, char first, char second, long from, long end) {
+  return find_any(text, first, second, second, from, end);
 }
 
 // The first `byte` in text[from, end), or -1.
