@@ -73,7 +73,7 @@ TEST(XmlParse, ElementRangeAppendsToAGivenParent) {
   const std::string text = "ignored<a>1</a>text<b />";
   EXPECT_EQ(xml_parse_element(parent.get(), text, 7, static_cast<long>(text.size())), nullptr);
   EXPECT_EQ(describe(parent.get()), "p(a='1',b)='text'");
-  xml_parse_attribute(*parent, "=v", 0, 2);  // an "=" at the text's first byte: an empty name
+  xml_parse_attributes(*parent, "=v", 0, 2);  // from the text's first byte, "=": an empty name
   EXPECT_EQ(describe(parent.get()), "p[=v](a='1',b)='text'");
   // The range ends before the ">" of "<abcdefghijklmn/>": there is no element in it.
   xml_parse_element(parent.get(), "<abcdefghijklmn/>", 0, 16);
