@@ -147,8 +147,18 @@ TEST(ServiceReplies, ResultsAndCopiesForEachShapeOfReply) {
       {"p2pnet_retval=-1&p2pnet_local_ip=1.2.3.4\r\n", local_ip, "-1 untouched"},
       {"p2pnet_retval=-1&p2pnet_peer_ip=1.2.3.4\r\n", peer_ip, "-1 untouched"},
       {"p2pnet_retval=0&p2pnet_local_ip=1.2.3.4", local_ip, "0 1.2.3.4"},  // cut before the LF
-      {"p2pnet_retval=0&p2pnet_local_ip=" + std::string(100, '9') + "\r\n", local_ip,
+      {"p2pnet_retval=0&p2pnet_local_ip=" + std::string(300, '9') + "\r\n", local_ip,
        "0 999999999999999"},  // cut to the buffer
+      // A CR is dropped wherever it stands, a NUL ends the line's text.
+      {"p2pnet_retval=0&p2pnet_local_ip=1.2\r.3\r\n", local_ip, "0 1.2.3"},
+      {"p2pnet_retval=0&p2pnet_local_ip=1.2\0.3\r\n"s, local_ip, "0 1.2"},
+      // Fields: a value runs to the next "&" and is decoded; the first of duplicates counts,
+      // names compared exactly; "&&" makes the "&" part of the next name.
+      {"p2pnet_retval=0&p2pnet_local_ip=1=2%41+\r\n", local_ip, "0 1=2A "},
+      {"P2pnet_local_ip=9&p2pnet_retval=0&p2pnet_local_ip=1&p2pnet_local_ip=2\r\n", local_ip,
+       "0 1"},
+      {"p2pnet_retval=0&&p2pnet_local_ip=1\r\n", local_ip, "0 untouched"},
+      {"p2pnet_retval=0&p2pnet_local_ip=&x\r\n", local_ip, "0 "},
       {"p2pnet_chat_mesg=late&p2pnet_retval=-7\r\n", chat_message, "-7 late"},
       {"p2pnet_retval=2\r\n", connection_info, "2 kept 0 0"},
       {"p2pnet_retval=2\r\n<PeerConnectionInfo>", connection_info, "2 kept 0 0"},

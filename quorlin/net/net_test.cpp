@@ -26,7 +26,6 @@ TEST(UsableLocalAddress, SkipsLoopbackUnassignedAndLinkLocal) {
 TEST(ResolveHost, ServesCopiesAndReportsUnknownNames) {
   net_init();
   EXPECT_EQ(resolve_host("localhost"), "127.0.0.1");
-  EXPECT_EQ(resolve_host("localhost"), "127.0.0.1");
   EXPECT_EQ(resolve_host("127.0.0.1"), "127.0.0.1");
   ::testing::internal::CaptureStderr();
   EXPECT_EQ(resolve_host("no-such-host.invalid"), std::nullopt);
@@ -90,13 +89,6 @@ TEST(ProxySettings, KeysTypesAndUnknownKeys) {
   proxy_info_clear(info);
   EXPECT_EQ(info, (ProxyInfo{2, std::nullopt, 9050, std::nullopt, std::nullopt}));
   EXPECT_EQ(copy, (ProxyInfo{2, "h", 9050, std::nullopt, "pw"}));
-}
-
-TEST(AtomicTransfer, RejectsANullBufferWithTheAssertionReport) {
-  EXPECT_DEATH(atomic_out(0, nullptr, 1), "proxy.*atomic_out.*buf != \\(\\(void \\*\\)0\\)");
-  char byte;
-  EXPECT_DEATH(atomic_in(0, &byte, -1), "atomic_in.*0<=size");
-  EXPECT_EQ(atomic_in(-1, &byte, 0), 0);
 }
 
 }  // namespace

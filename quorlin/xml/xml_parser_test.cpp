@@ -178,13 +178,7 @@ TEST(XmlParse, AMillionNestedElementsParseWriteAndFree) {
   EXPECT_EQ(xml_to_string(*tree), document);
 }
 
-TEST(XmlParse, WideAndHostileDocumentsStayLinear) {
-  std::string wide = "<r>";
-  for (int i = 0; i < 200'000; ++i) wide += "<e>" + std::to_string(i) + "</e>";
-  wide += "</r> ";  // one blank at the very end
-  auto tree = xml_parse(wide);
-  ASSERT_NE(tree, nullptr);
-  EXPECT_EQ(list_count(const_cast<XmlChildren&>(xml_node_children(*tree))), 200'000);
+TEST(XmlParse, HostileDocumentsStayLinear) {
   // Handed over one by one, children take memory one at a time, even those that fill several
   // blocks: not the 8 MB of the whole tree.
   std::string groups = "<r>";

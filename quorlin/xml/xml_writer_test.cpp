@@ -16,7 +16,7 @@ std::unique_ptr<XmlNode> sample_tree() {
   return a;
 }
 
-TEST(XmlWriter, CompactTextWithoutEscapingOrSelfClosing) {
+TEST(XmlWriter, CompactTextWithoutEscapingOrSelfClosingAndTheDump) {
   auto a = sample_tree();
   EXPECT_EQ(xml_to_string(*a), "<a><b>2</b>t</a>");
   xml_node_add_attribute(*a, "x", "1");
@@ -27,10 +27,8 @@ TEST(XmlWriter, CompactTextWithoutEscapingOrSelfClosing) {
   xml_node_add_attribute(*raw, "q", "say \"hi\"");
   xml_node_set_text(*raw, "1 < 2 & 3");
   EXPECT_EQ(xml_to_string(*raw), "<r q=\"say \"hi\"\">1 < 2 & 3</r>");
-}
 
-TEST(XmlWriter, DumpWritesOneTagALineThroughTheLog) {
-  testing::internal::CaptureStdout();
+  testing::internal::CaptureStdout();  // the dump: one tag a line, through the log
   xml_node_dump(*sample_tree());
   EXPECT_EQ(testing::internal::GetCapturedStdout(), "<a>\n<b>\n2</b>\nt</a>\n");
 }
