@@ -124,21 +124,26 @@ std::string nearly_well_formed(std::mt19937& random) {
   return text.insert(at, insertions[random() % insertions.size()]);
 }
 
-// Deep nesting, so that the open names outgrow the parser's first table, with one name of the
-// upper half that opens again in the lower half while it is open, and a closing tag of a random
-// open element inserted at a random place, so that an element that is not the innermost is
-// closed by name.
+// Deep nesting, so that the open names outgrow the parser's first table, with names of the upper
+// half that open again in the lower half while they are open (a name of its own each round, so
+// that names land in every bucket of the table whatever its seed), and a closing tag of a random
+// open element inserted at a random place, so that an element that is not the innermost is closed
+// by name.
 std::string deep_document(std::mt19937& random) {
   std::vector<std::string> names(70 + random() % 90);
-  for (std::size_t level = 0; level < names.size(); ++level) names[level] = std::to_string(level);
+  const std::string round = std::to_string(random() % 1000) + "_";
+  for (std::size_t level = 0; level < names.size(); ++level)
+    names[level] = round + std::to_string(level);
   const std::size_t half = names.size() / 2;
-  names[half + random() % half] = names[random() % half];
+  for (std::size_t level = half; level < names.size(); ++level) {
+    if (random() % 4 == 0) names[level] = names[random() % half];
+  }
   std::string text;
   for (const std::string& name : names) text += "<n" + name + ">";
   text += "t";
   for (auto name = names.rbegin(); name != names.rend(); ++name) text += "</n" + *name + ">";
   std::string stray = "</n";  // built in steps: g++ 12 -O3 misjudges "literal" + temporary
-  stray += random() % 2 ? names[random() % names.size()] : std::to_string(random() % 150);
+  stray += random() % 2 ? names[random() % names.size()] : round + std::to_string(random() % 150);
   stray += ">";
   return text.insert(random() % text.size(), stray);
 }
