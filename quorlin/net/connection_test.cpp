@@ -2,9 +2,12 @@
 
 #include <gtest/gtest.h>
 
+#include <netinet/in.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
+#include <atomic>
+#include <cerrno>
 #include <cstring>
 #include <string>
 
@@ -103,12 +106,19 @@ TEST(ConnectionOpen, ResultsTracesAndErrorsByThreshold) {
 TEST(ServerSocket, DatagramsArriveOrTimeOutAndStreamSocketsListen) {
   int receiver = server_socket_open("127.0.0.1", testing::free_port(), true, 1);
   ASSERT_GT(receiver, 0);
+  sockaddr_in address{};
+  socklen_t length = sizeof address;
+  getsockname(receiver, reinterpret_cast<sockaddr*>(&address), &length);
   long got = -5;
   recv_datagram(receiver, got, 30);
   EXPECT_EQ(got, 0);
 
-  const int sender = socket_open_any(0, true);
+  int sender = socket_open_any(0, true);
   EXPECT_EQ(send_datagram(sender, "x", 1, nullptr, 0), -1);  // no destination, not connected
+  EXPECT_EQ(send_datagram(sender, "hello", 5, reinterpret_cast<sockaddr*>(&address), length), 5);
+  // A time-out of 0 still takes a datagram that is waiting.
+  auto buffer = recv_datagram(receiver, got, 0);
+  EXPECT_EQ(std::string(buffer.get(), got), "hello");
   connection_close(sender);
   connection_close(receiver);
 
@@ -120,6 +130,18 @@ TEST(ServerSocket, DatagramsArriveOrTimeOutAndStreamSocketsListen) {
   EXPECT_GT(client, 0);
   connection_close(client);
   connection_close(listener);
+}
+
+// Closing resets the connection (linger 0): the peer's next read fails.
+TEST(Connection, CloseResetsThePeer) {
+  std::atomic<int> peer_errno{0};
+  ScriptedServer server([&](int descriptor) {
+    char byte;
+    if (recv(descriptor, &byte, 1, 0) < 0) peer_errno = errno;
+  });
+  close(connection_open(0, "127.0.0.1", server.port()));
+  ASSERT_TRUE(server.wait_served_more_than(0));
+  EXPECT_EQ(peer_errno, ECONNRESET);
 }
 
 }  // namespace
