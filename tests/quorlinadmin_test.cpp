@@ -6,10 +6,8 @@
 #include <unistd.h>
 
 #include <chrono>
-#include <fstream>
 #include <optional>
 #include <regex>
-#include <sstream>
 #include <string>
 #include <vector>
 
@@ -29,20 +27,14 @@ struct ToolRun {
   int status;
 };
 
-std::string file_text(const std::string& path) {
-  std::ifstream file(path, std::ios::binary);
-  std::stringstream text;
-  text << file.rdbuf();
-  return text.str();
-}
-
 // `prefix` runs the tool under another program, such as faketime.
 ToolRun run_tool(const std::string& arguments, const std::string& prefix = "") {
   testing::TempDir dir;
   std::string command =
       prefix + QUORLINADMIN_PATH " " + arguments + " >" + dir.file("out") + " 2>" + dir.file("err");
   int status = std::system(command.c_str());
-  return {file_text(dir.file("out")), file_text(dir.file("err")), WEXITSTATUS(status)};
+  return {testing::file_text(dir.file("out")), testing::file_text(dir.file("err")),
+          WEXITSTATUS(status)};
 }
 
 const char kUsage[] =

@@ -2,12 +2,12 @@
 
 #include <gtest/gtest.h>
 
-#include <malloc.h>
-
 #include <cstdio>
 #include <string>
 #include <thread>
 #include <vector>
+
+#include "tests/support/peers.hpp"
 
 namespace quorlin {
 namespace {
@@ -83,15 +83,11 @@ TEST(HashTable, RemovedSlotsAndDuplicateKeys) {
   }
 
   // A table frees the long keys it copied when it goes: a thousand tables leave nothing.
-  const auto in_use = [] {
-    const struct mallinfo2 use = mallinfo2();
-    return use.uordblks + use.hblkhd;
-  };
-  const std::size_t before = in_use();
+  const std::size_t before = testing::heap_in_use();
   for (int round = 0; round < 1000; ++round) {
     ASSERT_EQ(hash_table_insert(*hash_table_create(0), std::string(100, 'k').c_str(), 1), 0);
   }
-  EXPECT_LT(in_use(), before + (64u << 10));
+  EXPECT_LT(testing::heap_in_use(), before + (64u << 10));
 }
 
 }  // namespace

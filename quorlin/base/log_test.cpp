@@ -2,30 +2,22 @@
 
 #include <gtest/gtest.h>
 
-#include <cstdio>
 #include <filesystem>
-#include <fstream>
 #include <optional>
-#include <sstream>
 #include <string>
 #include <vector>
 
 #include <unistd.h>
+
+#include "tests/support/peers.hpp"
 
 namespace quorlin {
 namespace {
 
 namespace fs = std::filesystem;
 
-std::string read_file(const fs::path& path) {
-  std::ifstream in(path, std::ios::binary);
-  std::stringstream content;
-  content << in.rdbuf();
-  return content.str();
-}
-
 // Each test starts from the defaults with a stopped log and a fresh folder of its own.
-class LogTest : public testing::Test {
+class LogTest : public ::testing::Test {
  protected:
   void SetUp() override {
     reset();
@@ -60,9 +52,9 @@ class LogTest : public testing::Test {
 TEST_F(LogTest, EntryLimitFlushThresholdAndSecondInit) {
   start_file_log(-2, 0);
   for (int i = 0; i < 1000; ++i) log_printf("%c", 'a');
-  EXPECT_EQ(read_file(path_), std::string(1000, 'a'));
+  EXPECT_EQ(testing::file_text(path_), std::string(1000, 'a'));
   log_printf("b");
-  EXPECT_EQ(read_file(path_), "b");
+  EXPECT_EQ(testing::file_text(path_), "b");
   log_shutdown();
   const struct {
     int limit;
@@ -74,7 +66,7 @@ TEST_F(LogTest, EntryLimitFlushThresholdAndSecondInit) {
     for (std::size_t i = 0; i < row.on_disk_after_each.size(); ++i) {
       log_printf("%c", 'a' + static_cast<int>(i));
       if (i == 1) log_init();
-      EXPECT_EQ(read_file(path_), row.on_disk_after_each[i]) << row.limit << " " << i;
+      EXPECT_EQ(testing::file_text(path_), row.on_disk_after_each[i]) << row.limit << " " << i;
     }
     log_shutdown();
   }
@@ -87,13 +79,13 @@ TEST_F(LogTest, EntryLimitFlushThresholdAndSecondInit) {
 TEST_F(LogTest, PrintsToStandardOutputUntilStartedAndInConsoleMode) {
   start_file_log(1000, 100);
   log_shutdown();
-  testing::internal::CaptureStdout();
+  ::testing::internal::CaptureStdout();
   log_printf("x=%d\n", 5);
   log_set_int("log_type", 0);
   log_init();
   log_printf("%s|", "console");
-  EXPECT_EQ(testing::internal::GetCapturedStdout(), "x=5\nconsole|");
-  EXPECT_EQ(read_file(path_), "");
+  EXPECT_EQ(::testing::internal::GetCapturedStdout(), "x=5\nconsole|");
+  EXPECT_EQ(testing::file_text(path_), "");
 }
 
 // A file type without a name, a file in a missing folder and an unknown type: entries are lost.
@@ -105,9 +97,9 @@ TEST_F(LogTest, EntriesWithoutAUsableFileAreDropped) {
     if (file) log_set_string("log_file_name", file->c_str());
     log_set_int("log_type", type);
     log_init();
-    testing::internal::CaptureStdout();
+    ::testing::internal::CaptureStdout();
     log_printf("lost\n");
-    EXPECT_EQ(testing::internal::GetCapturedStdout(), "");
+    EXPECT_EQ(::testing::internal::GetCapturedStdout(), "");
     EXPECT_TRUE(fs::is_empty(folder_)) << type;
   }
 }

@@ -2,8 +2,6 @@
 
 #include <gtest/gtest.h>
 
-#include <malloc.h>
-
 #include <algorithm>
 #include <random>
 #include <string>
@@ -13,6 +11,7 @@
 #include "quorlin/xml/reference_parser_test_support.hpp"
 #include "quorlin/xml/xml_test_support.hpp"
 #include "quorlin/xml/xml_writer.hpp"
+#include "tests/support/peers.hpp"
 
 namespace quorlin {
 namespace {
@@ -194,9 +193,8 @@ TEST(XmlParse, HostileDocumentsStayLinear) {
   }
   std::size_t first_use = 0, most_use = 0, handed_over = 0;
   xml_parse_children(groups + "</r>", [&](const XmlNode&, const XmlNode&) {
-    const struct mallinfo2 use = mallinfo2();
-    if (handed_over++ == 0) first_use = use.uordblks + use.hblkhd;
-    most_use = std::max(most_use, use.uordblks + use.hblkhd);
+    if (handed_over++ == 0) first_use = testing::heap_in_use();
+    most_use = std::max(most_use, testing::heap_in_use());
   });
   EXPECT_EQ(handed_over, 20u);
   EXPECT_LT(most_use - first_use, 1u << 20);

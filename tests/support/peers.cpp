@@ -1,6 +1,7 @@
 #include "tests/support/peers.hpp"
 
 #include <fcntl.h>
+#include <malloc.h>
 #include <signal.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
@@ -37,6 +38,16 @@ bool accepts_connections(int port) {
 int open_descriptor_count() {
   const std::filesystem::directory_iterator entries("/proc/self/fd");
   return static_cast<int>(std::distance(begin(entries), end(entries)));
+}
+
+std::size_t heap_in_use() {
+  const struct mallinfo2 use = mallinfo2();
+  return use.uordblks + use.hblkhd;
+}
+
+std::string file_text(const std::string& path) {
+  std::ifstream in(path, std::ios::binary);
+  return std::string(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
 }
 
 TempDir::TempDir() {
@@ -81,8 +92,7 @@ std::string ChildProcess::wait_until_listening(int port) {
     if (accepts_connections(port)) return "";
     usleep(100'000);
   }
-  std::ifstream in(log_file_);
-  const std::string log((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
+  const std::string log = file_text(log_file_);
   return "nothing listens on port " + std::to_string(port) + "; the end of the log:\n" +
          log.substr(log.size() > 2000 ? log.size() - 2000 : 0);
 }

@@ -20,6 +20,10 @@ int free_port();
 bool accepts_connections(int port);
 // Entries in /proc/self/fd.
 int open_descriptor_count();
+// Bytes the heap holds for the program now.
+std::size_t heap_in_use();
+// The bytes of a file; empty when it cannot be read.
+std::string file_text(const std::string& path);
 
 // A directory under /tmp removed with its contents on destruction.
 class TempDir {
