@@ -5,6 +5,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <chrono>
 #include <optional>
 #include <string>
@@ -37,12 +38,14 @@ ToolRun run_tool(const std::string& arguments, const std::string& prefix = "") {
 }
 
 // The random number of a created network's name ("alice_bob_net_1234") replaced by "#".
-std::string without_random_number(std::string text) {
-  for (std::size_t at = text.find("_net_"); at != std::string::npos; at = text.find("_net_", at)) {
-    at += 5;
-    text.replace(at, text.find_first_not_of("0123456789", at) - at, "#");
+std::string without_random_number(std::string_view text) {
+  std::string out;
+  for (std::size_t at; (at = text.find("_net_")) != std::string_view::npos;) {
+    out.append(text.substr(0, at + 5)).append("#");
+    text.remove_prefix(at + 5);
+    text.remove_prefix(std::min(text.find_first_not_of("0123456789"), text.size()));
   }
-  return text;
+  return out.append(text);
 }
 
 const char kUsage[] =

@@ -44,7 +44,7 @@ TEST(HashTable, SizesForTheExpectedCountAndGrowsAtTheLoadLimit) {
   EXPECT_EQ(table->bucket_count(), 97u);
   for (int i = 1; i <= 36; ++i)
     EXPECT_EQ(hash_table_lookup(*table, numbered("key", i)), HashValue(i));
-  // A bad key stores nothing and leaves the lock held by the caller, who goes on using the table.
+  // A bad key stores nothing and leaves the lock held by the calling thread.
   EXPECT_EQ(hash_table_insert(*table, nullptr, 1), -2);
   EXPECT_EQ(hash_table_insert(*table, "", 1), -2);
   EXPECT_EQ(table->count, 36u);
