@@ -65,6 +65,7 @@ TEST(ProxySettings, KeysTypesAndUnknownKeys) {
   }
   EXPECT_EQ(proxy_settings_set_int(*settings, "proxy_host", 1), 0);
   EXPECT_EQ(proxy_settings_set_text(*settings, "proxy_port", "80"), 0);
+  EXPECT_EQ(settings->debug, 0);
   EXPECT_EQ(proxy_settings_set_int(*settings, "proxy_debug", 9), 1);
   EXPECT_EQ(settings->debug, 1);
   proxy_settings_set_text(*settings, "proxy_user", "alice");
