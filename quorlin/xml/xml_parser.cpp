@@ -112,17 +112,36 @@ class BackwardHash {
 // and at most as many buckets as twice the open names. Names enter and leave in stack order (a
 // frame leaves only when the frames above it have), so the leaving frame heads its bucket's chain
 // and leaves by a single store.
+//
+// Most elements open and close without their name ever being looked up: a frame is counted when
+// it opens, but hashed and linked only when a lookup needs the table (enter_open_frames). The
+// frames that wait are the top ones, so they still enter in stack order.
 class OpenNames {
  public:
   static std::size_t quick_key(std::string_view name) {
     if (name.empty()) return 0;
-    return (name.size() * 31 + static_cast<unsigned char>(name.front()) * 7 +
-            static_cast<unsigned char>(name.back())) &
-           (kQuickKeys - 1);
+    const std::size_t front = static_cast<unsigned char>(name.front());
+    const std::size_t back = static_cast<unsigned char>(name.back());
+    return (name.size() << 7 ^ front << 3 ^ back) & (kQuickKeys - 1);
   }
   bool maybe_open(std::string_view name) const { return counts_[quick_key(name)] != 0; }
 
-  // The open frame named `name`, or -1.
+  // Counts an opening frame named `name`; it enters the table with the next lookup.
+  void open(std::string_view name) { ++counts_[quick_key(name)]; }
+
+  // Links the frames opened since the last lookup; each frame's node is made and named by then.
+  void enter_open_frames(FrameStack& frames) {
+    for (; entered_ < frames.size(); ++entered_) {
+      if (entered_ > heads_.size()) grow(frames);
+      Frame& entering = frames.at(entered_);
+      entering.hash = static_cast<std::uint32_t>(BackwardHash::of(XmlTree::name(*entering.node)));
+      std::int32_t& head = heads_[entering.hash & mask()];
+      entering.next = head;
+      head = static_cast<std::int32_t>(entered_);
+    }
+  }
+
+  // The open frame named `name`, or -1; enter_open_frames has linked every open frame.
   long find(std::string_view name, std::uint64_t hash, const FrameStack& frames) const {
     const auto low = static_cast<std::uint32_t>(hash);
     for (std::int32_t frame = heads_[low & mask()]; frame != kNone;) {
@@ -133,24 +152,12 @@ class OpenNames {
     return -1;
   }
 
-  // Enters `frame`, the top one, whose element is named `name` but not made yet, unless a frame
-  // of that name is open; returns that frame, or -1 if it entered.
-  long insert(long frame, std::string_view name, std::uint64_t hash, FrameStack& frames) {
-    const long open = find(name, hash, frames);
-    if (open >= 0) return open;
-    if (static_cast<std::size_t>(frame) > heads_.size()) grow(frames, frame);
-    Frame& entering = frames.at(static_cast<std::size_t>(frame));
-    entering.hash = static_cast<std::uint32_t>(hash);
-    std::int32_t& head = heads_[entering.hash & mask()];
-    entering.next = head;
-    head = static_cast<std::int32_t>(frame);
-    ++counts_[quick_key(name)];
-    return -1;
-  }
-
-  // Takes out `frame`, the top one.
-  void erase(const Frame& frame) {
-    heads_[frame.hash & mask()] = frame.next;
+  // Takes out the top frame, whose index is `index`.
+  void close(const Frame& frame, std::size_t index) {
+    if (index < entered_) {
+      heads_[frame.hash & mask()] = frame.next;
+      entered_ = index;
+    }
     --counts_[quick_key(XmlTree::name(*frame.node))];
   }
 
@@ -160,13 +167,13 @@ class OpenNames {
 
   std::uint32_t mask() const { return static_cast<std::uint32_t>(heads_.size() - 1); }
 
-  // Twice the buckets, and the frames below `entering` linked again in their order.
-  void grow(FrameStack& frames, long entering) {
+  // Twice the buckets, and the frames entered so far linked again in their order.
+  void grow(FrameStack& frames) {
     const std::size_t size = heads_.size() * 2;
     std::vector<std::int32_t>().swap(heads_);  // the old table goes before the new one grows
     heads_.assign(size, kNone);
-    for (long index = 1; index < entering; ++index) {
-      Frame& frame = frames.at(static_cast<std::size_t>(index));
+    for (std::size_t index = 1; index < entered_; ++index) {
+      Frame& frame = frames.at(index);
       std::int32_t& head = heads_[frame.hash & mask()];
       frame.next = head;
       head = static_cast<std::int32_t>(index);
@@ -175,6 +182,7 @@ class OpenNames {
 
   std::vector<std::int32_t> heads_ = std::vector<std::int32_t>(64, kNone);
   std::array<std::uint32_t, kQuickKeys> counts_{};
+  std::size_t entered_ = 1;  // frames [1, entered_) are linked; frame 0 never is
 };
 
 class Parser {
@@ -184,7 +192,10 @@ class Parser {
       : text_(text), start_(start), end_(end), parent_(parent), sink_(sink) {}
 
   // Has the tree keep `text`, which is the text being parsed, instead of copying it.
-  void keep_text(std::unique_ptr<std::string> text) { kept_text_ = std::move(text); }
+  void keep_text(std::unique_ptr<std::string> text) {
+    kept_text_ = std::move(text);
+    views_text_ = true;
+  }
 
   // The root's name as it stands in the text; empty before there is a root.
   std::string_view root_name() const { return root_name_; }
@@ -293,25 +304,26 @@ class Parser {
   bool push(std::string_view name, long content_start) {
     // Frame indexes and slots take 32 bits: a document with more than 2^30 open elements (over
     // 3 GB of text) stops there.
-    if (frames_.size() >= (std::size_t{1} << 30)) return false;
+    if (frames_.size() >= (std::size_t{1} << 30) || is_open(name)) return false;
     frames_.push_back(nullptr);
-    const std::uint64_t hash = BackwardHash::of(name);
-    if (open_names_.insert(static_cast<long>(frames_.size()) - 1, name, hash, frames_) < 0) {
-      position_ = content_start;
-      return true;
-    }
-    frames_.pop_back();
-    return false;
+    open_names_.open(name);
+    position_ = content_start;
+    return true;
   }
 
   void pop() {
-    open_names_.erase(frames_.at(frames_.size() - 1));
+    const std::size_t top = frames_.size() - 1;
+    open_names_.close(frames_.at(top), top);
     frames_.pop_back();
   }
 
-  bool is_open(std::string_view name) const {
-    return open_names_.maybe_open(name) &&
-           open_names_.find(name, BackwardHash::of(name), frames_) >= 0;
+  // Mostly answered by the count alone; the lookup stays out of the parser's inline path.
+  bool is_open(std::string_view name) {
+    return open_names_.maybe_open(name) && looked_up_open(name);
+  }
+  [[gnu::noinline]] bool looked_up_open(std::string_view name) {
+    open_names_.enter_open_frames(frames_);
+    return open_names_.find(name, BackwardHash::of(name), frames_) >= 0;
   }
 
   // Whether "</name>" begins at `at`; it may run past the range being parsed.
@@ -347,6 +359,7 @@ class Parser {
     // One backward sweep hashes every name that ends at gt. Only open names are kept, so that
     // a group of a million "</" costs no more memory than the open elements.
     found_.clear();
+    open_names_.enter_open_frames(frames_);
     std::uint64_t hash = BackwardHash::start();
     for (long at = gt;; --at) {
       const long lt = at - 2;
@@ -466,7 +479,7 @@ class Parser {
 
   // The tree views the text it keeps (or lends for a hand-over) in place, and copies the
   // pieces of any other text.
-  bool views_text() const { return kept_text_ != nullptr || sink_ != nullptr; }
+  bool views_text() const { return views_text_; }
 
   // The bytes text[start, end), which the caller knows to lie in the text.
   std::string_view piece(long start, long end) const {
@@ -507,6 +520,7 @@ class Parser {
   XmlNode* parent_;
   const XmlChildSink* sink_;
   std::unique_ptr<std::string> kept_text_;  // the parsed text, until the tree takes it
+  bool views_text_ = sink_ != nullptr;
   XmlDocument::Mark child_mark_{};
   bool child_marked_ = false;
   std::string_view root_name_;
