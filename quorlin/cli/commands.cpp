@@ -11,7 +11,9 @@
 #include <cstring>
 #include <ctime>
 #include <memory>
+#include <new>
 #include <string>
+#include <tuple>
 #include <utility>
 
 #include "quorlin/base/strings.hpp"
@@ -27,56 +29,74 @@ const char* printable(const Text& text) {
 
 // Builds the listing in one buffer, written to standard error (which is unbuffered) with one
 // call. Its bytes are those that "%s" and "%d" would print: an absent text as the C library
-// prints a null string, "(null)", and a text up to its first NUL. Pieces are copied straight
-// into the buffer, which doubles when full: a listing of 80,000 lines is some 600,000 pieces.
+// prints a null string, "(null)", and a text up to its first NUL. Each line makes room once for
+// all its pieces, which are then copied straight in; the buffer grows by realloc, which moves a
+// large block by remapping it rather than copying it.
 class Listing {
  public:
-  template <std::size_t N>
-  Listing& operator<<(const char (&literal)[N]) {
-    put(literal, N - 1);
-    return *this;
+  Listing() = default;
+  Listing(const Listing&) = delete;
+  Listing& operator=(const Listing&) = delete;
+  ~Listing() { std::free(text_); }
+
+  // One line: the pieces in order, then LF.
+  template <typename... Pieces>
+  void line(const Pieces&... pieces) {
+    reserve((room_for(pieces) + ... + 1));
+    (append(pieces), ...);
+    text_[used_++] = '\n';
   }
-  Listing& operator<<(const Text& text) {
-    if (!text) return *this << "(null)";
-    const std::string_view bytes = c_text(*text);
-    put(bytes.data(), bytes.size());
-    return *this;
-  }
-  Listing& operator<<(int number) {
-    reserve(16);
-    used_ = std::to_chars(text_.get() + used_, text_.get() + capacity_, number).ptr - text_.get();
-    return *this;
-  }
-  void end_line() { put("\n", 1); }
-  void write() const { std::fwrite(text_.get(), 1, used_, stderr); }
+  void write() const { std::fwrite(text_, 1, used_, stderr); }
 
  private:
-  void put(const char* bytes, std::size_t size) {
-    reserve(size);
-    std::memcpy(text_.get() + used_, bytes, size);
+  // A literal is matched whole, before it could convert to a view or to a Text.
+  template <std::size_t N>
+  static std::size_t room_for(const char (&)[N]) {
+    return N - 1;
+  }
+  static std::size_t room_for(std::string_view bytes) { return bytes.size(); }
+  static std::size_t room_for(const Text& text) { return text ? text->size() : 6; }
+  static std::size_t room_for(int) { return 11; }  // "-2147483648"
+
+  template <std::size_t N>
+  void append(const char (&literal)[N]) {
+    copy(literal, N - 1);
+  }
+  void append(std::string_view bytes) { copy(bytes.data(), bytes.size()); }
+  void append(const Text& text) {
+    if (!text) return append("(null)");
+    const std::string_view bytes = c_text(*text);
+    copy(bytes.data(), bytes.size());
+  }
+  void append(int number) {
+    used_ = std::to_chars(text_ + used_, text_ + capacity_, number).ptr - text_;
+  }
+
+  void copy(const char* bytes, std::size_t size) {
+    std::memcpy(text_ + used_, bytes, size);
     used_ += size;
   }
   void reserve(std::size_t extra) {
     if (capacity_ - used_ >= extra) return;
-    capacity_ = std::max(capacity_ * 2, used_ + extra + 4096);
-    auto grown = std::make_unique_for_overwrite<char[]>(capacity_);
-    if (used_ > 0) std::memcpy(grown.get(), text_.get(), used_);
-    text_ = std::move(grown);
+    const std::size_t capacity = std::max(capacity_ * 2, used_ + extra + 4096);
+    char* grown = static_cast<char*>(std::realloc(text_, capacity));
+    if (grown == nullptr) throw std::bad_alloc();
+    text_ = grown;
+    capacity_ = capacity;
   }
 
-  std::unique_ptr<char[]> text_;
+  char* text_ = nullptr;
   std::size_t used_ = 0;
   std::size_t capacity_ = 0;
 };
 
 void list_members(Listing& listing, PeerNetwork& network) {
-  (listing << "Network member count: " << list_count(network.peer_members)).end_line();
+  listing.line("Network member count: ", list_count(network.peer_members));
   bool first = true;
   for (const auto& member : network.peer_members) {
-    if (std::exchange(first, false)) listing << "Owner. ";
-    (listing << "Member: " << member->peer << ", IP: " << member->peer_ip << ", Status "
-             << member->status)
-        .end_line();
+    const std::string_view owner = std::exchange(first, false) ? "Owner. " : "";
+    listing.line(owner, "Member: ", member->peer, ", IP: ", member->peer_ip, ", Status ",
+                 member->status);
   }
 }
 
@@ -92,13 +112,12 @@ void cmd_list(int type) {
     if (stopped) return;
     any = true;
     if (!network) {
-      (listing << "quorlinadmin: Incorrect data for peernetwork entry").end_line();
+      listing.line("quorlinadmin: Incorrect data for peernetwork entry");
       stopped = true;
       return;
     }
     // The id is printed as an int: its low 32 bits, as the service's own tool prints it.
-    (listing << "Network id: " << static_cast<int>(network->id) << ", name: " << network->name)
-        .end_line();
+    listing.line("Network id: ", static_cast<int>(network->id), ", name: ", network->name);
     list_members(listing, *network);
   });
   if (!read) {
