@@ -124,10 +124,12 @@ class OpenNames {
     const std::size_t back = static_cast<unsigned char>(name.back());
     return (name.size() << 7 ^ front << 3 ^ back) & (kQuickKeys - 1);
   }
-  bool maybe_open(std::string_view name) const { return counts_[quick_key(name)] != 0; }
+  // Whether a name of quick key `key` may be open.
+  bool maybe_open(std::size_t key) const { return counts_[key] != 0; }
 
-  // Counts an opening frame named `name`; it enters the table with the next lookup.
-  void open(std::string_view name) { ++counts_[quick_key(name)]; }
+  // Counts an opening frame whose name has quick key `key`; it enters the table with the next
+  // lookup.
+  void open(std::size_t key) { ++counts_[key]; }
 
   // Links the frames opened since the last lookup; each frame's node is made and named by then.
   void enter_open_frames(FrameStack& frames) {
@@ -203,6 +205,7 @@ class Parser {
   std::unique_ptr<XmlNode> run() {
     frames_.push_back(parent_);
     last_closing_ = find_last_closing_start();
+    skip_declaration();
     while (!done_) step();
     // The open frames view the text until here, even when the root has been dropped.
     if (root_ != nullptr && kept_text_ != nullptr) {
@@ -230,25 +233,45 @@ class Parser {
     read_tag(lt);
   }
 
+  // Where the parts of the tag that begins at `lt` end: its name (at its first blank or ">"),
+  // its blank or -1, and its ">"; and the first "<" after the "<" at `lt`. False when the tag
+  // does not end in the text. A "<" is looked for in the same pass as the name's end: most
+  // names hold none, and the next "<" is then looked for only after the name.
+  struct TagEnds {
+    long name_end;
+    long space;
+    long gt;
+    long next_tag;
+  };
+  bool find_tag_ends(long lt, TagEnds& tag) const {
+    tag.name_end = scan::find_any(text_, ' ', '>', '<', lt + 1, end_);
+    tag.next_tag = -1;
+    if (tag.name_end >= 0 && text_[tag.name_end] == '<') {
+      tag.next_tag = tag.name_end;
+      tag.name_end = scan::find_either(text_, ' ', '>', tag.name_end + 1, end_);
+    }
+    if (tag.name_end < 0) return false;
+    tag.space = text_[tag.name_end] == ' ' ? tag.name_end : -1;
+    tag.gt = tag.space < 0 ? tag.name_end : scan::find_byte(text_, '>', tag.space + 1, end_);
+    if (tag.gt < 0) return false;
+    if (tag.next_tag == -1) tag.next_tag = scan::find_byte(text_, '<', tag.name_end + 1, end_);
+    return true;
+  }
+
+  // A declaration at the very start of the text is passed over.
+  void skip_declaration() {
+    TagEnds tag;
+    if (start_ == 0 && length() > 1 && text_[0] == '<' && text_[1] == '?' &&
+        find_tag_ends(0, tag)) {
+      position_ = tag.gt + 1;
+    }
+  }
+
   // The tag that begins at `lt`, at the position of the innermost range.
   void read_tag(long lt) {
-    // The name ends at the tag's first blank or ">". A "<" is looked for in the same pass:
-    // most names hold none, and the next "<" is then looked for only after the name.
-    long name_end = scan::find_any(text_, ' ', '>', '<', lt + 1, end_);
-    long next_tag = -1;
-    if (name_end >= 0 && text_[name_end] == '<') {
-      next_tag = name_end;
-      name_end = scan::find_either(text_, ' ', '>', name_end + 1, end_);
-    }
-    if (name_end < 0) return stop(lt);
-    const long space = text_[name_end] == ' ' ? name_end : -1;
-    const long gt = space < 0 ? name_end : scan::find_byte(text_, '>', space + 1, end_);
-    if (gt < 0) return stop(lt);
-    if (lt == 0 && text_[1] == '?') {  // a declaration at the very start
-      position_ = gt + 1;
-      return;
-    }
-    if (next_tag == -1) next_tag = scan::find_byte(text_, '<', name_end + 1, end_);
+    TagEnds tag;
+    if (!find_tag_ends(lt, tag)) return stop(lt);
+    const auto [name_end, space, gt, next_tag] = tag;
     const std::string_view name = piece(lt + 1, name_end);
     // Most elements hold only text: the next tag is their closing tag, the first "<" after the
     // opening tag; no closing tag can then begin inside the tag.
@@ -267,7 +290,7 @@ class Parser {
     XmlNode* const parent = top_receiver();
     XmlNode& element = append(parent, name);
     if (space >= 0) xml_parse_attributes(element, text_, space + 1, gt);
-    if (closing > gt + 1) XmlTree::set_text_view(element, kept(element, gt + 1, closing));
+    if (closing > gt + 1) XmlTree::set_first_text_view(element, kept(element, gt + 1, closing));
     position_ = closing + static_cast<long>(name.size()) + 3;
     if (parent == root_.get()) completed_root_child(element);
   }
@@ -285,7 +308,8 @@ class Parser {
     }
     // The first "</name>" to come would close an open element of the same name first, and
     // leave none for this one: such an element is not made, and the range stops before it.
-    if (!complete && !push(name, gt + 1)) return stop(lt);
+    const bool name_holds_lt = next_tag > lt && next_tag < lt + 1 + static_cast<long>(name.size());
+    if (!complete && !push(name, gt + 1, name_holds_lt)) return stop(lt);
     XmlNode* const parent = complete ? top_receiver() : receiver(frames_.size() - 2);
     XmlNode& element = append(parent, name);
     if (space >= 0) {
@@ -301,25 +325,34 @@ class Parser {
 
   // Opens the range of an element named `name`, whose node the caller appends; false, with
   // nothing opened, when an element of that name is open.
-  bool push(std::string_view name, long content_start) {
+  bool push(std::string_view name, long content_start, bool name_holds_lt) {
     // Frame indexes and slots take 32 bits: a document with more than 2^30 open elements (over
     // 3 GB of text) stops there.
-    if (frames_.size() >= (std::size_t{1} << 30) || is_open(name)) return false;
+    if (frames_.size() >= (std::size_t{1} << 30)) return false;
+    const std::size_t key = OpenNames::quick_key(name);
+    if (open_names_.maybe_open(key) && looked_up_open(name)) return false;
     frames_.push_back(nullptr);
-    open_names_.open(name);
+    open_names_.open(key);
+    if (name_holds_lt) ++open_names_holding_lt_;
     position_ = content_start;
     return true;
   }
 
   void pop() {
     const std::size_t top = frames_.size() - 1;
+    if (may_hold_lt(*frames_.back())) --open_names_holding_lt_;
     open_names_.close(frames_.at(top), top);
     frames_.pop_back();
   }
 
+  // Whether the name of `open`, an open element, holds "<"; mostly answered by the count alone.
+  bool may_hold_lt(const XmlNode& open) const {
+    return open_names_holding_lt_ > 0 && XmlTree::name(open).find('<') != std::string_view::npos;
+  }
+
   // Mostly answered by the count alone; the lookup stays out of the parser's inline path.
   bool is_open(std::string_view name) {
-    return open_names_.maybe_open(name) && looked_up_open(name);
+    return open_names_.maybe_open(OpenNames::quick_key(name)) && looked_up_open(name);
   }
   [[gnu::noinline]] bool looked_up_open(std::string_view name) {
     open_names_.enter_open_frames(frames_);
@@ -343,7 +376,7 @@ class Parser {
       if (closes(lt, name)) {
         const long gt = lt + static_cast<long>(name.size()) + 2;
         // Only a name that holds "<" can hide the closing tag of an outer element in this one.
-        const bool may_close_more = name.find('<') != std::string_view::npos;
+        const bool may_close_more = may_hold_lt(*frames_.back());
         close(static_cast<long>(frames_.size()) - 1, gt);
         if (may_close_more) close_in_group(lt + 1, gt);
         return true;
@@ -396,7 +429,7 @@ class Parser {
   // A child of the root is final once complete, as long as the root completes too. When the
   // caller takes children one by one, it gets this one now, and the tree lets it go and takes
   // back its memory.
-  void completed_root_child(XmlNode& child) {
+  [[gnu::noinline]] void completed_root_child(XmlNode& child) {
     if (sink_ == nullptr || &child == root_.get()) return;
     sink_->deliver(sink_->context, *root_, child);
     XmlTree::drop_last_child(*root_);
@@ -405,7 +438,7 @@ class Parser {
 
   // The innermost range cannot go on at `lt`: the rest of it is passed over, looking only for
   // the closing tags of open elements.
-  void stop(long lt) {
+  [[gnu::noinline]] void stop(long lt) {
     if (frames_.size() == 1) {
       done_ = true;
       return;
@@ -439,7 +472,7 @@ class Parser {
 
   // No closing tag comes for the open elements: the lowest of them is dropped, and the
   // top-level range ends there.
-  void drop_open_elements() {
+  [[gnu::noinline]] void drop_open_elements() {
     const bool root_dropped = frames_[1] == root_.get();
     while (frames_.size() > 1) pop();  // before the root goes: leaving reads the names
     if (root_dropped) {
@@ -528,6 +561,7 @@ class Parser {
   long position_ = start_;  // where the innermost range is read
   XmlNode* top_receiver_ = parent_;
   OpenNames open_names_;
+  std::size_t open_names_holding_lt_ = 0;  // how many open elements have a "<" in their name
   struct FoundClosing {
     long lt;
     std::uint64_t hash;  // of the name it closes

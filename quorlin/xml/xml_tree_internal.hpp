@@ -134,6 +134,12 @@ struct XmlTree {
     view(*node.document_, bytes, data, node.text_size_, reused);
     node.text_ = const_cast<char*>(data);
   }
+  // The same for a node that has had no text yet: there is no record to reuse.
+  static void set_first_text_view(XmlNode& node, std::string_view bytes) {
+    const char* data = nullptr;
+    view(*node.document_, bytes, data, node.text_size_);
+    node.text_ = const_cast<char*>(data);
+  }
   static void set_text(XmlNode& node, std::optional<std::string_view> text);
 
   // The List node that holds `node`: a root is made inside one, so that adoption can link it.
