@@ -7,6 +7,7 @@
 #include <sys/mman.h>
 #include <sys/socket.h>
 
+#include <string.h>  // strchrnul
 #include <algorithm>
 #include <cerrno>
 #include <cstdlib>
@@ -35,6 +36,21 @@ int wait_readable(Connection connection, int timeout_ms) {
   pollfd watched{connection, POLLIN, 0};
   int steps = timeout_ms / RECV_POLL_STEP_MS + 1;
   return poll(&watched, 1, steps * RECV_POLL_STEP_MS) > 0 ? 1 : RECV_TIMED_OUT;
+}
+
+// Drops every CR of the `size` bytes at `bytes` and cuts them at the first NUL; returns the new
+// size. The byte after them is set to NUL, so that one pass finds the first CR or NUL: a line
+// mostly holds neither.
+std::size_t without_cr_up_to_nul(char* bytes, std::size_t size) {
+  char* end = bytes + size;
+  *end = '\0';
+  char* stop = strchrnul(bytes, '\r');
+  if (*stop == '\r') {
+    end = std::remove(stop, end, '\r');
+    const void* nul = std::memchr(stop, '\0', static_cast<std::size_t>(end - stop));
+    stop = nul != nullptr ? static_cast<char*>(const_cast<void*>(nul)) : end;
+  }
+  return static_cast<std::size_t>(stop - bytes);
 }
 
 }  // namespace
@@ -134,7 +150,7 @@ ReceivedLine receive_line(Connection connection, int timeout_ms, int& status) {
   for (std::size_t block = kFirstPeekBlock;; block = std::min(2 * block, kLargestPeekBlock)) {
     status = wait_readable(connection, timeout_ms);
     if (status != 1) break;
-    char* into = line.room_for(block);
+    char* into = line.room_for(block + 1);  // and a byte for the NUL put after the line
     const ssize_t peeked = recv(connection, into, block, MSG_PEEK);
     if (peeked < 1) {
       status = static_cast<int>(peeked);
@@ -156,15 +172,7 @@ ReceivedLine receive_line(Connection connection, int timeout_ms, int& status) {
       break;
     }
   }
-  char* const begin = line.data_;
-  char* end = begin + line.size_;
-  if (char* cr = begin ? static_cast<char*>(std::memchr(begin, '\r', line.size_)) : nullptr) {
-    end = std::remove(cr, end, '\r');
-  }
-  if (const void* nul = begin ? std::memchr(begin, '\0', end - begin) : nullptr) {
-    end = static_cast<char*>(const_cast<void*>(nul));
-  }
-  line.size_ = end - begin;
+  if (line.data_ != nullptr) line.size_ = without_cr_up_to_nul(line.data_, line.size_);
   return line;
 }
 
