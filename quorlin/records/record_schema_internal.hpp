@@ -249,6 +249,8 @@ constexpr Field<RecordOf<Member>> text_list(std::string_view element, std::strin
   using Record = RecordOf<Member>;
   return {element,
           [](const Field<Record>& field, const XmlNode& child, Record& record) {
+            // An empty list, the usual one, adds nothing: no call for it.
+            if (xml_node_children(child).first == nullptr) return;
             string_list_read(child, field.element, field.item, *text_list_of(record.*Member));
           },
           [](const Field<Record>& field, const Record& record, RecordOut& out) {
