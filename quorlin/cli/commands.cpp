@@ -39,12 +39,15 @@ class Listing {
   Listing& operator=(const Listing&) = delete;
   ~Listing() { std::free(text_); }
 
-  // One line: the pieces in order, then LF.
+  // One line: the pieces in order, then LF. The pieces are written through a local cursor, so
+  // that the buffer's own fields are read once per line, not once per byte copied.
   template <typename... Pieces>
   void line(const Pieces&... pieces) {
     reserve((room_for(pieces) + ... + 1));
-    (append(pieces), ...);
-    text_[used_++] = '\n';
+    char* out = text_ + used_;
+    ((out = put(out, pieces)), ...);
+    *out++ = '\n';
+    used_ = out - text_;
   }
   void write() const { std::fwrite(text_, 1, used_, stderr); }
 
@@ -59,23 +62,22 @@ class Listing {
   static std::size_t room_for(int) { return 11; }  // "-2147483648"
 
   template <std::size_t N>
-  void append(const char (&literal)[N]) {
-    copy(literal, N - 1);
+  static char* put(char* out, const char (&literal)[N]) {
+    return copy(out, literal, N - 1);
   }
-  void append(std::string_view bytes) { copy(bytes.data(), bytes.size()); }
-  void append(const Text& text) {
-    if (!text) return append("(null)");
-    const std::string_view bytes = c_text(*text);
-    copy(bytes.data(), bytes.size());
+  static char* put(char* out, std::string_view bytes) {
+    return copy(out, bytes.data(), bytes.size());
   }
-  void append(int number) {
-    used_ = std::to_chars(text_ + used_, text_ + capacity_, number).ptr - text_;
+  static char* put(char* out, const Text& text) {
+    if (!text) return put(out, "(null)");
+    return copy(out, text->c_str(), std::strlen(text->c_str()));  // up to the first NUL
+  }
+  static char* put(char* out, int number) { return std::to_chars(out, out + 11, number).ptr; }
+  static char* copy(char* out, const char* bytes, std::size_t size) {
+    std::memcpy(out, bytes, size);
+    return out + size;
   }
 
-  void copy(const char* bytes, std::size_t size) {
-    std::memcpy(text_ + used_, bytes, size);
-    used_ += size;
-  }
   void reserve(std::size_t extra) {
     if (capacity_ - used_ >= extra) return;
     const std::size_t capacity = std::max(capacity_ * 2, used_ + extra + 4096);
