@@ -133,15 +133,13 @@ class OpenNames {
 
   // Links the frames opened since the last lookup; each frame's node is made and named by then.
   void enter_open_frames(FrameStack& frames) {
-    for (; entered_ < frames.size(); ++entered_) {
-      if (entered_ > heads_.size()) grow(frames);
-      Frame& entering = frames.at(entered_);
-      entering.hash = static_cast<std::uint32_t>(BackwardHash::of(XmlTree::name(*entering.node)));
-      std::int32_t& head = heads_[entering.hash & mask()];
-      entering.next = head;
-      head = static_cast<std::int32_t>(entered_);
+    while (entered_ < frames.size()) {
+      link(frames, BackwardHash::of(XmlTree::name(*frames.at(entered_).node)));
     }
   }
+
+  // Links the top frame, the only one not linked, whose name's hash the caller has taken.
+  void enter_top(FrameStack& frames, std::uint64_t hash) { link(frames, hash); }
 
   // The open frame named `name`, or -1; enter_open_frames has linked every open frame.
   long find(std::string_view name, std::uint64_t hash, const FrameStack& frames) const {
@@ -168,6 +166,16 @@ class OpenNames {
   static constexpr std::int32_t kNone = -1;
 
   std::uint32_t mask() const { return static_cast<std::uint32_t>(heads_.size() - 1); }
+
+  // Links the first frame not linked yet, whose name has hash `hash`.
+  void link(FrameStack& frames, std::uint64_t hash) {
+    if (entered_ > heads_.size()) grow(frames);
+    Frame& entering = frames.at(entered_);
+    entering.hash = static_cast<std::uint32_t>(hash);
+    std::int32_t& head = heads_[entering.hash & mask()];
+    entering.next = head;
+    head = static_cast<std::int32_t>(entered_++);
+  }
 
   // Twice the buckets, and the frames entered so far linked again in their order.
   void grow(FrameStack& frames) {
@@ -330,8 +338,11 @@ class Parser {
     // 3 GB of text) stops there.
     if (frames_.size() >= (std::size_t{1} << 30)) return false;
     const std::size_t key = OpenNames::quick_key(name);
-    if (open_names_.maybe_open(key) && looked_up_open(name)) return false;
-    frames_.push_back(nullptr);
+    if (!open_names_.maybe_open(key)) {
+      frames_.push_back(nullptr);
+    } else if (!push_if_not_open(name)) {
+      return false;
+    }
     open_names_.open(key);
     if (name_holds_lt) ++open_names_holding_lt_;
     position_ = content_start;
@@ -348,6 +359,17 @@ class Parser {
   // Whether the name of `open`, an open element, holds "<"; mostly answered by the count alone.
   bool may_hold_lt(const XmlNode& open) const {
     return open_names_holding_lt_ > 0 && XmlTree::name(open).find('<') != std::string_view::npos;
+  }
+
+  // push for a name that may be open: looks it up, and pushes its frame only when it is not
+  // open, linked at once with the hash just taken.
+  [[gnu::noinline]] bool push_if_not_open(std::string_view name) {
+    open_names_.enter_open_frames(frames_);
+    const std::uint64_t hash = BackwardHash::of(name);
+    if (open_names_.find(name, hash, frames_) >= 0) return false;
+    frames_.push_back(nullptr);
+    open_names_.enter_top(frames_, hash);
+    return true;
   }
 
   // Mostly answered by the count alone; the lookup stays out of the parser's inline path.
