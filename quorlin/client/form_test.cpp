@@ -7,6 +7,8 @@
 
 #include <string>
 
+#include "tests/support/peers.hpp"
+
 namespace quorlin {
 namespace {
 
@@ -25,12 +27,19 @@ TEST(Form, EncodedFieldsTheFirstOfDuplicatesAndALineTakenOver) {
   EXPECT_EQ(form_get(fields, "a"), "");
   EXPECT_EQ(form_get(fields, "b"), std::nullopt);
 
-  // A received line takes another over by assignment, and stays itself when assigned to itself.
+  // A received line takes another over by assignment, freeing the one it held, and stays
+  // itself when assigned to itself.
   int ends[2];
   socketpair(AF_UNIX, SOCK_STREAM, 0, ends);
-  write(ends[1], "one\ntwo\n", 8);
   int status = 0;
-  ReceivedLine line = receive_line(ends[0], NO_TIMEOUT, status);
+  ReceivedLine line;
+  const std::size_t heap_before = testing::heap_in_use();
+  for (int i = 0; i < 100; ++i) {
+    write(ends[1], "one\n", 4);
+    line = receive_line(ends[0], NO_TIMEOUT, status);
+  }
+  EXPECT_LT(testing::heap_in_use(), heap_before + 10'000);  // each lost line holds over 1 KiB
+  write(ends[1], "two\n", 4);
   line = receive_line(ends[0], NO_TIMEOUT, status);
   ReceivedLine& same = line;
   line = std::move(same);
