@@ -13,7 +13,6 @@
 #include <memory>
 #include <new>
 #include <string>
-#include <tuple>
 #include <utility>
 
 #include "quorlin/base/strings.hpp"

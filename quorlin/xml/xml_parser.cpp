@@ -298,7 +298,9 @@ class Parser {
     XmlNode* const parent = top_receiver();
     XmlNode& element = append(parent, name);
     if (space >= 0) xml_parse_attributes(element, text_, space + 1, gt);
-    if (closing > gt + 1) XmlTree::set_first_text_view(element, kept(element, gt + 1, closing));
+    if (closing > gt + 1) {
+      XmlTree::set_text_view(element, kept(element, gt + 1, closing), /*first_text=*/true);
+    }
     position_ = closing + static_cast<long>(name.size()) + 3;
     if (parent == root_.get()) completed_root_child(element);
   }

@@ -126,18 +126,13 @@ struct XmlTree {
   // Points the text at bytes of the node's document that belong to this node alone; a later
   // setter may overwrite them but does not reuse them for another text. For the nodes the parser
   // makes, whose texts are always such views and never blocks the tree owns; the record of a
-  // long view before serves the new text.
-  static void set_text_view(XmlNode& node, std::string_view bytes) {
-    auto* reused =
-        node.text_size_ == kLongSize ? reinterpret_cast<XmlLongBytes*>(node.text_) : nullptr;
+  // long view before serves the new text. A node's first text has no record to look for.
+  static void set_text_view(XmlNode& node, std::string_view bytes, bool first_text = false) {
+    auto* reused = !first_text && node.text_size_ == kLongSize
+                       ? reinterpret_cast<XmlLongBytes*>(node.text_)
+                       : nullptr;
     const char* data = nullptr;
     view(*node.document_, bytes, data, node.text_size_, reused);
-    node.text_ = const_cast<char*>(data);
-  }
-  // The same for a node that has had no text yet: there is no record to reuse.
-  static void set_first_text_view(XmlNode& node, std::string_view bytes) {
-    const char* data = nullptr;
-    view(*node.document_, bytes, data, node.text_size_);
     node.text_ = const_cast<char*>(data);
   }
   static void set_text(XmlNode& node, std::optional<std::string_view> text);
