@@ -12,7 +12,7 @@
 #include <string_view>
 #include <vector>
 
-#include "quorlin/xml/reference_parser_test_support.hpp"
+#include "fuzz/reference_parser.hpp"
 #include "quorlin/xml/xml_parser.hpp"
 #include "quorlin/xml/xml_test_support.hpp"
 #include "quorlin/xml/xml_writer.hpp"

@@ -1,9 +1,9 @@
 // The parser's algorithm as plainly as it can be written: every search runs to the end of the
 // whole text, each element's content is parsed by recursion, and every piece is a fresh copy.
-// It is slow and recursion-deep on purpose; differential tests compare xml_parse with it on
-// small texts, in the picture that describe() draws.
-#ifndef QUORLIN_XML_REFERENCE_PARSER_TEST_SUPPORT_HPP
-#define QUORLIN_XML_REFERENCE_PARSER_TEST_SUPPORT_HPP
+// It is slow and recursion-deep on purpose: the xml fuzzer compares xml_parse with it on texts
+// of up to 4 KiB, in the picture that describe() draws.
+#ifndef QUORLIN_FUZZ_REFERENCE_PARSER_HPP
+#define QUORLIN_FUZZ_REFERENCE_PARSER_HPP
 
 #include <memory>
 #include <string>
@@ -103,4 +103,4 @@ inline std::string parse_and_describe(std::string text) {
 
 }  // namespace quorlin::reference
 
-#endif  // QUORLIN_XML_REFERENCE_PARSER_TEST_SUPPORT_HPP
+#endif  // QUORLIN_FUZZ_REFERENCE_PARSER_HPP
