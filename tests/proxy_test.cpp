@@ -4,8 +4,10 @@
 // through it, or expects -1 with no descriptor of ours left open.
 #include <gtest/gtest.h>
 
+#include <sys/socket.h>
 #include <unistd.h>
 
+#include <chrono>
 #include <memory>
 #include <string>
 #include <vector>
@@ -77,6 +79,170 @@ TEST(ProxyTest, TunnelsThroughMicrosocksAndTinyproxy) {
     connection_close(tunnel);
     EXPECT_TRUE(target.wait_served_more_than(served));
   }
+}
+
+// Proxy replies that no real server sends: a scripted peer reads each expected request packet,
+// records it, and answers with the script's bytes. After a successful negotiation the peer
+// sends "X", which must be the next byte the tunnel reads: the negotiation consumed exactly
+// its reply.
+using namespace std::string_literals;
+
+struct Step {
+  std::string request;  // read exactly this many bytes, expected to be these
+  std::string reply;
+};
+
+struct ScriptCase {
+  const char* name;
+  unsigned type;
+  const char* user;
+  std::vector<Step> steps;
+  bool succeeds;
+  bool reset = false;  // the peer ends by resetting the connection instead of closing it
+  bool holds = false;  // the peer keeps the connection open until the tunnel closes it
+};
+
+const std::string kSocks5Request =
+    "\x05\x01\x00\x03\x09"
+    "127.0.0.1"
+    "\x00\x50"s;
+const std::string kSocks4aRequest =
+    "\x04\x01\x00\x50\x00\x00\x00\x01"
+    "id\0"
+    "127.0.0.1\0"s;
+const std::string kConnect = "CONNECT 127.0.0.1:80 HTTP/1.0\r\n";
+
+const std::string kGreeting = "\x05\x01\x00"s;
+const std::string kAuth = "Proxy-Authorization: Basic YWxpY2U6czNjcmV0\r\n\r\n";
+
+// clang-format off
+std::vector<ScriptCase> cases() {
+  return {
+      {"socks5 IPv4 bound address", 2u, nullptr, {{kGreeting, "\x05\x00"s},
+          {kSocks5Request, "\x05\x00\x00\x01\x7f\x00\x00\x01\x12\x34X"s}}, true},
+      {"socks5 domain bound address", 2u, nullptr, {{kGreeting, "\x05\x00"s},
+          {kSocks5Request, "\x05\x00\x00\x03\x04" "abcd\x12\x34X"s}}, true},
+      {"socks5 IPv6 bound address", 2u, nullptr, {{kGreeting, "\x05\x00"s},
+          {kSocks5Request, "\x05\x00\x00\x04"s + std::string(18, '\x01') + "X"}}, true},
+      {"socks5 unknown bound address type drains nothing", 2u, nullptr,
+          {{kGreeting, "\x05\x00"s}, {kSocks5Request, "\x05\x00\x00\x09X"s}}, true},
+      {"socks5 user and password", 2u, "alice", {{"\x05\x02\x00\x02"s, "\x05\x02"s},
+          {"\x01\x05" "alice\x06" "s3cret"s, "\x01\x00"s},
+          {kSocks5Request, "\x05\x00\x00\x01\x7f\x00\x00\x01\x12\x34X"s}}, true},
+      {"socks5 wrong password", 2u, "alice", {{"\x05\x02\x00\x02"s, "\x05\x02"s},
+          {"\x01\x05" "alice\x06" "s3cret"s, "\x01\x01"s}}, false},
+      {"socks5 greeting refused", 2u, nullptr, {{kGreeting, "\x05\xff"s}}, false},
+      {"socks5 greeting of another version", 2u, nullptr, {{kGreeting, "\x04\x00"s}}, false},
+      {"socks5 method 2 without a user", 2u, nullptr, {{kGreeting, "\x05\x02"s}}, false},
+      {"socks5 refused target", 2u, nullptr,
+          {{kGreeting, "\x05\x00"s}, {kSocks5Request, "\x05\x05\x00\x01"s}}, false},
+      {"socks5 proxy closes mid-reply", 2u, nullptr, {{kGreeting, "\x05"s}}, false},
+      {"socks4a granted", 1u, "id", {{kSocks4aRequest, "\x00\x5a\x00\x00\x00\x00\x00\x00X"s}},
+          true},
+      // Only the reply's second byte is checked: one byte is not enough.
+      {"socks4 reply too short", 1u, "id", {{kSocks4aRequest, "\x00"s}}, false},
+      {"socks4 rejected", 1u, "id", {{kSocks4aRequest, "\x00\x5b\x00\x00\x00\x00\x00\x00"s}},
+          false},
+      {"http 200 with several header lines", 3u, nullptr, {{kConnect + "\r\n",
+          "HTTP/1.0 200 Connection established\r\nA: b\r\nC: d\r\n\r\nX"}}, true},
+      {"http Basic authorisation", 3u, "alice", {{kConnect + kAuth, "HTTP/1.1 200 OK\r\n\r\nX"}},
+          true},
+      {"http status line without a blank", 3u, nullptr,
+          {{kConnect + "\r\n", "HTTP/1.0-200\r\n\r\n"}}, false},
+      {"http 407 with challenge headers", 3u, nullptr, {{kConnect + "\r\n",
+          "HTTP/1.0 407 Proxy Authentication Required\r\nProxy-Authenticate: Basic "
+          "realm=\"q\"\r\nProxy-Authenticate: Digest x\r\n\r\n"}}, false},
+      {"http 401 with a user set", 4u, "alice", {{kConnect + kAuth,
+          "HTTP/1.0 401 Unauthorized\r\nWWW-Authenticate: Basic realm=\"q\"\r\n\r\n"}}, false},
+      // A challenge without its parameters ends the reading: the proxy need not close.
+      {"http 401 challenge without a parameter", 4u, nullptr, {{kConnect + "\r\n",
+          "HTTP/1.0 401 Unauthorized\r\nWWW-Authenticate: Basic\r\n"}}, false, false, true},
+      {"http 407 challenge without a parameter", 3u, nullptr, {{kConnect + "\r\n",
+          "HTTP/1.0 407 No\r\nProxy-Authenticate: Basic\r\n"}}, false, false, true},
+      {"http 200 and the proxy closes before the blank line", 3u, nullptr,
+          {{kConnect + "\r\n", "HTTP/1.0 200 OK\r\nA: b\r\n"}}, false},
+      {"http proxy closes before the status line ends", 3u, nullptr,
+          {{kConnect + "\r\n", "HTTP/1.0 200"}}, false},
+      {"http proxy resets instead of answering", 3u, nullptr, {{kConnect + "\r\n", ""}}, false,
+          true},
+  };
+}
+// clang-format on
+
+TEST(ProxyScripted, NegotiationTable) {
+  for (const ScriptCase& c : cases()) {
+    std::string received;
+    testing::ScriptedServer proxy([&](int descriptor) {
+      for (const Step& step : c.steps) {
+        received += testing::read_bytes(descriptor, step.request.size());
+        testing::write_all(descriptor, step.reply);
+      }
+      // A failing script ends its side, so that replies cut short end at the tunnel too, and
+      // records what the tunnel still sends before it closes: nothing.
+      const timeval two_seconds{2, 0};  // a tunnel that waits for more gives up the test late
+      setsockopt(descriptor, SOL_SOCKET, SO_RCVTIMEO, &two_seconds, sizeof two_seconds);
+      if (c.succeeds) {
+        testing::read_bytes(descriptor, 1);
+      } else if (!c.reset) {
+        if (!c.holds) shutdown(descriptor, SHUT_WR);
+        received += testing::read_bytes(descriptor, 4096);
+      }
+      const linger reset_on_close{1, 0};
+      if (c.reset)
+        setsockopt(descriptor, SOL_SOCKET, SO_LINGER, &reset_on_close, sizeof reset_on_close);
+    });
+    const auto settings =
+        testing::loopback_proxy(c.type, proxy.port(), c.user, c.user ? "s3cret" : nullptr);
+    int before = testing::open_descriptor_count();
+    const auto start = std::chrono::steady_clock::now();
+    int descriptor = proxy_connect(*settings, 0, "127.0.0.1", 80);
+    EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(1)) << c.name;
+    std::string expected;
+    for (const Step& step : c.steps) expected += step.request;
+    if (c.succeeds) {
+      ASSERT_GT(descriptor, 0) << c.name;
+      char next = 0;
+      EXPECT_EQ(recv(descriptor, &next, 1, 0), 1) << c.name;
+      EXPECT_EQ(next, 'X') << c.name;
+      connection_close(descriptor);
+    }
+    // The peer's own end of the connection is a descriptor of this process too: count after
+    // it is closed.
+    ASSERT_TRUE(proxy.wait_served_more_than(0)) << c.name;
+    if (!c.succeeds) {
+      EXPECT_EQ(descriptor, -1) << c.name;
+      EXPECT_EQ(testing::open_descriptor_count(), before) << c.name;
+    }
+    EXPECT_EQ(received, expected) << c.name;
+  }
+}
+
+TEST(ProxyScripted, TypeZeroReturnsTheConnectionToTheProxyItself) {
+  testing::ScriptedServer proxy([](int descriptor) { testing::write_all(descriptor, "hello"); });
+  auto settings = proxy_settings_new();
+  proxy_settings_set_text(*settings, "proxy_host", "localhost");
+  proxy_settings_set_int(*settings, "proxy_port", proxy.port());
+  int descriptor = proxy_connect(*settings, 0, "ignored", 1);
+  ASSERT_GT(descriptor, 0);
+  char reply[6] = {};
+  EXPECT_EQ(recv_exact_nostatus(descriptor, reply, 5), 5);
+  EXPECT_STREQ(reply, "hello");
+  connection_close(descriptor);
+  // The server's end of that connection closes in its own thread: count after it has.
+  ASSERT_TRUE(proxy.wait_served_more_than(0));
+
+  // With standard input closed the socket made here is descriptor 0, a socket like any other.
+  const int saved_stdin = dup(0);
+  close(0);
+  EXPECT_EQ(proxy_connect(*settings, 0, "ignored", 1), 0);
+  dup2(saved_stdin, 0);
+  close(saved_stdin);
+  ASSERT_TRUE(proxy.wait_served_more_than(1));
+
+  proxy_settings_set_int(*settings, "proxy_port", testing::free_port());
+  int before = testing::open_descriptor_count();
+  EXPECT_EQ(proxy_connect(*settings, 0, "ignored", 1), -1);  // nothing listens
+  EXPECT_EQ(testing::open_descriptor_count(), before);
 }
 
 }  // namespace

@@ -7,7 +7,6 @@
 #include <algorithm>
 #include <atomic>
 #include <chrono>
-#include <functional>
 #include <memory>
 #include <thread>
 #include <vector>
@@ -15,7 +14,8 @@
 namespace quorlin {
 namespace {
 
-// The items from first to last, after checking that the backward links mirror the forward ones.
+// The items from first to last, after checking that the backward links mirror the forward ones
+// and the count matches.
 std::vector<int*> items_of(List<int*>& list) {
   std::vector<int*> forward;
   ListNode<int*>* previous = nullptr;
@@ -25,52 +25,41 @@ std::vector<int*> items_of(List<int*>& list) {
     previous = node;
   }
   EXPECT_EQ(list.last, previous);
+  EXPECT_EQ(list_count(list), static_cast<int>(forward.size()));
   return forward;
 }
 
-// Each edit, then the items from first to last; a refused insert or an absent item changes
-// nothing, items compare by identity (x equals a but is another item), nulls are items.
+// Edits keep both links and the count; a refused insert or an absent item changes nothing; items
+// compare by identity (x equals a but is another item), and null is an item.
 TEST(List, EditsKeepTheLinksAndFindItemsByIdentity) {
   int a = 1, b = 2, c = 3, x = 1;
   List<int*> list;
-  struct Step {
-    std::function<void()> edit;
-    std::vector<int*> items;
-  };
-  const Step steps[] = {
-      {[&] {
-         EXPECT_EQ(list_insert_at(list, &x, 1), nullptr);
-         EXPECT_EQ(list_insert_at(list, &x, -1), nullptr);
-       },
-       {}},
-      {[&] { list_insert_at(list, &a, 0), list_append(list, nullptr), list_append(list, &c); },
-       {&a, nullptr, &c}},
-      {[&] {
-         EXPECT_EQ(list_insert_at(list, &b, 3)->item, &b);
-         EXPECT_EQ(list_insert_at(list, &b, 5), nullptr);
-         list_insert_at(list, &a, 1);
-       },
-       {&a, &a, nullptr, &c, &b}},
-      {[&] {
-         EXPECT_EQ(list_find(list, &x), nullptr);
-         list_remove(list, &x);
-         EXPECT_EQ(list_find(list, &a), list.first);
-         list_remove(list, &a);
-         EXPECT_EQ(list_find(list, nullptr)->previous, list.first);
-         list_remove(list, nullptr);
-       },
-       {&a, &c, &b}},
-      {[&] { list_remove_node(list, list.first), list_remove_node(list, list.last); }, {&c}},
-      {[&] { list_append(list, &a), list_clear(list); }, {}},
-      {[&] { list_prepend(list, &b), list_prepend(list, &a); }, {&a, &b}},
-  };
-  int step = 0;
-  for (const Step& test : steps) {
-    test.edit();
-    SCOPED_TRACE(step++);
-    EXPECT_EQ(items_of(list), test.items);
-    EXPECT_EQ(list_count(list), static_cast<int>(test.items.size()));
-  }
+  using Items = std::vector<int*>;
+  EXPECT_EQ(list_insert_at(list, &x, 1), nullptr);
+  EXPECT_EQ(list_insert_at(list, &x, -1), nullptr);
+  list_insert_at(list, &a, 0);
+  list_append(list, nullptr);
+  list_append(list, &c);
+  EXPECT_EQ(list_insert_at(list, &b, 3)->item, &b);
+  EXPECT_EQ(list_insert_at(list, &b, 5), nullptr);
+  list_insert_at(list, &a, 1);
+  EXPECT_EQ(items_of(list), (Items{&a, &a, nullptr, &c, &b}));
+  EXPECT_EQ(list_find(list, &x), nullptr);
+  list_remove(list, &x);
+  EXPECT_EQ(list_find(list, &a), list.first);
+  list_remove(list, &a);
+  EXPECT_EQ(list_find(list, nullptr)->previous, list.first);
+  list_remove(list, nullptr);
+  EXPECT_EQ(items_of(list), (Items{&a, &c, &b}));
+  list_remove_node(list, list.first);
+  list_remove_node(list, list.last);
+  EXPECT_EQ(items_of(list), Items{&c});
+  list_append(list, &a);
+  list_clear(list);
+  EXPECT_EQ(items_of(list), Items{});
+  list_prepend(list, &b);
+  list_prepend(list, &a);
+  EXPECT_EQ(items_of(list), (Items{&a, &b}));
   EXPECT_EQ(x + a + b + c, 7);  // clearing and removing leave the items alone
   const List<int*>::const_iterator first = list.begin();  // a position converts to read-only
   EXPECT_EQ(*first, &a);

@@ -4,6 +4,11 @@
 
 #include <string>
 
+#include "quorlin/records/record_reader.hpp"
+#include "quorlin/records/record_writer.hpp"
+#include "quorlin/xml/xml_parser.hpp"
+#include "quorlin/xml/xml_writer.hpp"
+
 namespace quorlin {
 namespace {
 
@@ -32,6 +37,208 @@ TEST(Notifications, ConstructorsRefuseMissingTexts) {
   EXPECT_EQ(two->type, 2);
   EXPECT_EQ(two->number, 9);
   EXPECT_EQ(notification_new_kind4("a", 3)->type, 4);
+}
+
+// Reads a document with `parse` and writes the record back ("null" for none), both as text
+// and as a tree, which must write the same bytes.
+template <auto parse, auto to_text, auto to_tree>
+std::string read_and_write(std::string_view document) {
+  auto record = parse(document);
+  if (!record) return "null";
+  const std::string text = to_text(*record);
+  const std::string through_tree = xml_to_string(*to_tree(*record));
+  return text == through_tree ? text : text + " but through a tree " + through_tree;
+}
+
+struct TwoWayCase {
+  std::string (*kind)(std::string_view);
+  const char* document;
+  const char* written;
+};
+
+constexpr auto kState =
+    read_and_write<service_state_parse, service_state_to_text, service_state_to_xml>;
+constexpr auto kMember = read_and_write<peer_member_parse, peer_member_to_text, peer_member_to_xml>;
+constexpr auto kNetwork =
+    read_and_write<peer_network_parse, peer_network_to_text, peer_network_to_xml>;
+constexpr auto kNetworks =
+    read_and_write<peer_network_list_parse, peer_network_list_to_text, peer_network_list_to_xml>;
+constexpr auto kInfo = read_and_write<peer_connection_info_parse, peer_connection_info_to_text,
+                                      peer_connection_info_to_xml>;
+std::string (*const kRequest)(std::string_view) = read_and_write<
+    add_network_request_parse,
+    static_cast<std::string (*)(const AddNetworkRequest&)>(add_network_request_to_text),
+    add_network_request_to_xml>;
+constexpr auto kShares =
+    read_and_write<share_list_parse, share_list_to_text,
+                   +[](const ShareList& list) { return share_list_to_xml(list, "Shares"); }>;
+
+TEST(RecordXml, EveryKindReadsAndWritesBack) {
+  const TwoWayCase cases[] = {
+      // Missing children keep the constructor's values; a child without text gives -1.
+      {kState, "<ServiceState><Type>2</Type></ServiceState>",
+       "<ServiceState><Username></Username><Type>2</Type><Started>0</Started></ServiceState>"},
+      {kState,
+       "<ServiceState><Type></Type><Started>12x</Started><Username>u</Username>"
+       "</ServiceState>",
+       "<ServiceState><Username>u</Username><Type>-1</Type><Started>12</Started></ServiceState>"},
+      {kState,
+       "<ServiceState><Type> -7</Type><Started>abc</Started><Other>1</Other>"
+       "</ServiceState>",
+       "<ServiceState><Username></Username><Type>-7</Type><Started>0</Started></ServiceState>"},
+      {kState, "<Other><Type>2</Type></Other>", "null"},
+      {kState, "not xml", "null"},
+      // PeerIp is written but never read, nor are names that only start or end like a field's;
+      // Messages keeps only its Message children.
+      {kMember,
+       "<PeerMember><Peer>p</Peer><PeerIp>1.2.3.4</PeerIp><Status>4</Status><ConnectStatuz>9"
+       "</ConnectStatuz><ConnectCounter>9</ConnectCounter><Messages>"
+       "<Message>a</Message><Other>b</Other><Message></Message></Messages></PeerMember>",
+       "<PeerMember><Peer>p</Peer><Status>4</Status><PeerIp></PeerIp><ConnectStatus>0"
+       "</ConnectStatus><RemoteShares></RemoteShares><Messages><Message>a</Message><Message>"
+       "</Message></Messages><ConnectCount>0</ConnectCount></PeerMember>"},
+      // Every child of a share list is a share, typed by its name until a Type child; a
+      // repeated Name keeps the second; only Accessor children of an AccessList count.
+      {kMember,
+       "<PeerMember><ConnectCount>3</ConnectCount><RemoteShares><FolderShare><Type>3</Type>"
+       "<Name>x</Name><Name>y</Name></FolderShare><Anything><AccessList><Accessor><Name>a"
+       "</Name><Type>0</Type></Accessor><Nope/></AccessList></Anything></RemoteShares>"
+       "<ConnectStatus>1</ConnectStatus></PeerMember>",
+       "<PeerMember><Peer></Peer><Status>0</Status><PeerIp></PeerIp><ConnectStatus>1"
+       "</ConnectStatus><RemoteShares><ConnectionShare><Name>y</Name><Type>3</Type><AccessList>"
+       "</AccessList></ConnectionShare><Share><Name></Name><Type>0</Type><AccessList><Accessor>"
+       "<Name>a</Name><Type>0</Type></Accessor></AccessList></Share></RemoteShares><Messages>"
+       "</Messages><ConnectCount>3</ConnectCount></PeerMember>"},
+      {kMember, "<PeerNetwork></PeerNetwork>", "null"},
+      // A folder listed under ConnectionShares stays a folder with its Path; a Path of another
+      // type is not written; members come only from PeerMember children.
+      {kNetwork,
+       "<PeerNetwork><EnableConnectionSharing>1</EnableConnectionSharing><Id>-1</Id>"
+       "<ConnectionShares><ConnectionShare><Type>1</Type><Name>x</Name><Path>/p</Path>"
+       "</ConnectionShare></ConnectionShares><FolderShares><Share><Path>/q</Path></Share>"
+       "</FolderShares><PeerMembers><Other/><PeerMember><Peer>m</Peer></PeerMember>"
+       "</PeerMembers><Name>n</Name><Type>2</Type><ConnectStatus>5</ConnectStatus>"
+       "<EnableSharing>6</EnableSharing><EnableFolderSharing>7</EnableFolderSharing>"
+       "</PeerNetwork>",
+       "<PeerNetwork><Id>-1</Id><Type>2</Type><Name>n</Name><PeerMembers><PeerMember><Peer>m"
+       "</Peer><Status>0</Status><PeerIp></PeerIp><ConnectStatus>0</ConnectStatus><RemoteShares>"
+       "</RemoteShares><Messages></Messages><ConnectCount>0</ConnectCount></PeerMember>"
+       "</PeerMembers><FolderShares><Share><Name></Name><Type>0</Type><AccessList></AccessList>"
+       "</Share></FolderShares><ConnectionShares><FolderShare><Name>x</Name><Type>1</Type>"
+       "<AccessList></AccessList><Path>/p</Path></FolderShare></ConnectionShares><ConnectStatus>"
+       "5</ConnectStatus><EnableSharing>6</EnableSharing><EnableFolderSharing>7"
+       "</EnableFolderSharing><EnableConnectionSharing>1</EnableConnectionSharing>"
+       "</PeerNetwork>"},
+      {kNetwork, "<PeerNetworks></PeerNetworks>", "null"},
+      // A child that is not a network is a null item, which has nothing to write.
+      {kNetworks, "<PeerNetworks><PeerNetwork><Id>5</Id></PeerNetwork><Foo/></PeerNetworks>",
+       "<PeerNetworks><PeerNetwork><Id>5</Id><Type>0</Type><Name></Name><PeerMembers>"
+       "</PeerMembers><FolderShares></FolderShares><ConnectionShares></ConnectionShares>"
+       "<ConnectStatus>0</ConnectStatus><EnableSharing>0</EnableSharing><EnableFolderSharing>0"
+       "</EnableFolderSharing><EnableConnectionSharing>0</EnableConnectionSharing></PeerNetwork>"
+       "</PeerNetworks>"},
+      {kNetworks, "<PeerNetwork></PeerNetwork>", "null"},
+      // Fixed fields are cut to leave room for the NUL; Role is read but never written.
+      {kInfo,
+       "<PeerConnectionInfo><Role>3</Role><EncryptionType>8</EncryptionType><PeerIp>"
+       "1234567890123456789012345678901234567890123456789</PeerIp><Peer>bob</Peer>"
+       "<PeerHostIp></PeerHostIp><ConnectionTry>1</ConnectionTry><ConnectionProtocol>2"
+       "</ConnectionProtocol><ConnectionDirection>3</ConnectionDirection><ConnectionMethod>4"
+       "</ConnectionMethod><Initiator>5</Initiator></PeerConnectionInfo>",
+       "<PeerConnectionInfo><Peer>bob</Peer><PeerIp>12345678901234567890123456789012345678901"
+       "234567</PeerIp><PeerHostIp></PeerHostIp><ConnectionTry>1</ConnectionTry>"
+       "<ConnectionProtocol>2</ConnectionProtocol><ConnectionDirection>3</ConnectionDirection>"
+       "<ConnectionMethod>4</ConnectionMethod><Initiator>5</Initiator><EncryptionType>8"
+       "</EncryptionType></PeerConnectionInfo>"},
+      {kRequest,
+       "<AddNetworkRequest><ConnectionType>4</ConnectionType><Members><Member>a</Member><Other/>"
+       "<Member>b</Member></Members><Name>net</Name><Type>1</Type></AddNetworkRequest>",
+       "<AddNetworkRequest><Name>net</Name><Members><Member>a</Member><Member>b</Member>"
+       "</Members><Type>1</Type><ConnectionType>4</ConnectionType></AddNetworkRequest>"},
+      {kRequest, "<AddNetworkRequest></AddNetworkRequest>",
+       "<AddNetworkRequest><Name></Name><Members></Members><Type>0</Type><ConnectionType>0"
+       "</ConnectionType></AddNetworkRequest>"},
+      // Any root holds shares; a text that does not parse gives an empty List.
+      {kShares,
+       "<Any><Share></Share><FolderShare></FolderShare><ConnectionShare></ConnectionShare></Any>",
+       "<Shares><Share><Name></Name><Type>0</Type><AccessList></AccessList></Share><FolderShare>"
+       "<Name></Name><Type>1</Type><AccessList></AccessList><Path></Path></FolderShare>"
+       "<ConnectionShare><Name></Name><Type>3</Type><AccessList></AccessList></ConnectionShare>"
+       "</Shares>"},
+      {kShares, "garbage", "<Shares></Shares>"},
+  };
+  for (const auto& c : cases) EXPECT_EQ(c.kind(c.document), c.written) << c.document;
+}
+
+// A child that is not a network is a null item; members know their network; reading does not
+// bound a member's queue; a tree reads as its text does.
+TEST(RecordXml, ReadListsKeepNullItemsTheirLengthAndTheirOwner) {
+  auto list = peer_network_list_parse(
+      "<PeerNetworks><PeerNetwork><PeerMembers><PeerMember></PeerMember><PeerMember></PeerMember>"
+      "</PeerMembers></PeerNetwork><Foo/><PeerNetwork></PeerNetwork></PeerNetworks>");
+  ASSERT_EQ(list_count(*list), 3);
+  EXPECT_EQ(list->first->next->item, nullptr);
+  PeerNetwork& network = *list->first->item;
+  EXPECT_EQ(list_count(network.peer_members), 2);
+  EXPECT_EQ(network.peer_members.last->item->network, &network);
+  std::string document = "<PeerMember><Messages>";
+  for (int i = 0; i < 150; ++i) document += "<Message>m</Message>";
+  EXPECT_EQ(list_count(peer_member_parse(document + "</Messages></PeerMember>")->messages), 150);
+  auto tree = xml_parse("<PeerNetworks><PeerNetwork><Id>5</Id></PeerNetwork><Foo/></PeerNetworks>");
+  auto from_tree = peer_network_list_from_xml(*tree);
+  ASSERT_EQ(list_count(*from_tree), 2);
+  EXPECT_EQ(from_tree->first->item->id, 5);
+  EXPECT_EQ(peer_network_list_from_xml(*xml_parse("<Other></Other>")), nullptr);
+  EXPECT_EQ(
+      peer_connection_info_parse("<PeerConnectionInfo><Role>3</Role></PeerConnectionInfo>")->role,
+      3);
+}
+
+TEST(RecordXml, BuiltRecordsWriteTheirNullsAndListsAndLeaveTheQueue) {
+  auto member = peer_member_new(nullptr);
+  member->peer_ip = "10.0.0.1";
+  peer_member_push_message(*member, "hi");
+  peer_member_push_message(*member, std::nullopt);
+  auto share = folder_share_new("docs", std::nullopt);
+  share_add_accessor(*share, std::make_unique<Accessor>(Accessor{std::nullopt, 1}));
+  list_append(member->remote_shares, std::move(share));
+  list_append(member->remote_shares, connection_share_new());
+  EXPECT_EQ(peer_member_to_text(*member),
+            "<PeerMember><Peer></Peer><Status>0</Status><PeerIp>10.0.0.1</PeerIp><ConnectStatus>0"
+            "</ConnectStatus><RemoteShares><FolderShare><Name>docs</Name><Type>1</Type><AccessList>"
+            "<Accessor><Name></Name><Type>1</Type></Accessor></AccessList><Path></Path>"
+            "</FolderShare><ConnectionShare><Name>Connection</Name><Type>3</Type><AccessList>"
+            "</AccessList></ConnectionShare></RemoteShares><Messages><Message>hi</Message>"
+            "<Message></Message></Messages><ConnectCount>0</ConnectCount></PeerMember>");
+  EXPECT_EQ(list_count(member->messages), 2);
+
+  EXPECT_EQ(add_network_request_to_text(*add_network_request_new(std::nullopt, nullptr, 0, 0)),
+            "<AddNetworkRequest><Name></Name><Members></Members><Type>0</Type><ConnectionType>0"
+            "</ConnectionType></AddNetworkRequest>");
+  // Only type 7 is written; reading gives an empty list for any document that parses.
+  NotificationList notifications;
+  list_append(notifications, notification_new_kind4("skip", 1));
+  list_append(notifications, notification_new_kind7("u", "m", "p"));
+  const std::string written = notification_list_to_text(notifications);
+  EXPECT_EQ(written,
+            "<Notifications><Notification><Type>7</Type><Username>u</Username><Member>m</Member>"
+            "<PrevMember>p</PrevMember></Notification></Notifications>");
+  EXPECT_EQ(notification_list_parse(written)->first, nullptr);
+  EXPECT_EQ(notification_list_parse("<"), nullptr);
+}
+
+TEST(AccessListAllowText, ListsAllowedAccessorsAndPrintsTheLine) {
+  AccessList access_list;
+  testing::internal::CaptureStdout();
+  EXPECT_EQ(access_list_allow_text(access_list), "<Access></Access>");
+  list_append(access_list.accessors, std::make_unique<Accessor>(Accessor{"alice", 0}));
+  list_append(access_list.accessors, std::make_unique<Accessor>(Accessor{"bob", 1}));
+  list_append(access_list.accessors, std::make_unique<Accessor>(Accessor{"carol", 0}));
+  EXPECT_EQ(access_list_allow_text(access_list),
+            "<Access><Allow>alice</Allow><Allow>carol</Allow></Access>");
+  EXPECT_EQ(testing::internal::GetCapturedStdout(),
+            "acxml <Access></Access>\nacxml <Access><Allow>alice</Allow><Allow>carol</Allow>"
+            "</Access>\n");
 }
 
 }  // namespace
