@@ -3,7 +3,6 @@
 #include <gtest/gtest.h>
 
 #include <filesystem>
-#include <optional>
 #include <string>
 #include <vector>
 
@@ -16,27 +15,22 @@ namespace {
 
 namespace fs = std::filesystem;
 
-// Each test starts from the defaults with a stopped log and a fresh folder of its own.
+// Each test starts from a stopped log and an empty folder of its own, and leaves the defaults.
 class LogTest : public ::testing::Test {
  protected:
-  void SetUp() override {
-    reset();
-    fs::create_directories(folder_);
-  }
+  void SetUp() override { fs::create_directories(folder_); }
   void TearDown() override {
-    reset();
+    start(0, "", -2, 100);
+    log_shutdown();
     fs::remove_all(folder_);
   }
-  static void reset() {
+  // A new log of `type`, on `file` unless empty; a limit below -1 leaves the one set before (at
+  // first the default) in place.
+  static void start(int type, const fs::path& file, int limit, int flush) {
     log_shutdown();
     log_free_settings();
-    log_set_int("log_type", 0);
-    log_set_int("log_entry_flush", 100);
-  }
-  // A limit below -1 leaves the one set before (at first the default) in place.
-  void start_file_log(int limit, int flush) {
-    log_set_string("log_file_name", path_.c_str());
-    log_set_int("log_type", 1);
+    if (!file.empty()) log_set_string("log_file_name", file.c_str());
+    log_set_int("log_type", type);
     if (limit >= -1) log_set_int("log_entry_limit", limit);
     log_set_int("log_entry_flush", flush);
     log_init();
@@ -50,7 +44,7 @@ class LogTest : public ::testing::Test {
 // of 3 reopens it at the 4th; entries from the flush threshold on reach the disk at once; a second
 // log_init keeps the open file. Defined first: the default must not have been changed before.
 TEST_F(LogTest, EntryLimitFlushThresholdAndSecondInit) {
-  start_file_log(-2, 0);
+  start(1, path_, -2, 0);
   for (int i = 0; i < 1000; ++i) log_printf("%c", 'a');
   EXPECT_EQ(testing::file_text(path_), std::string(1000, 'a'));
   log_printf("b");
@@ -62,7 +56,7 @@ TEST_F(LogTest, EntryLimitFlushThresholdAndSecondInit) {
     std::vector<std::string> on_disk_after_each;  // entries "a", "b", "c", "d"
   } rows[] = {{3, 0, {"a", "ab", "abc", "d"}}, {0, 2, {"", "ab", "abc", "abcd"}}};
   for (const auto& row : rows) {
-    start_file_log(row.limit, row.flush);
+    start(1, path_, row.limit, row.flush);
     for (std::size_t i = 0; i < row.on_disk_after_each.size(); ++i) {
       log_printf("%c", 'a' + static_cast<int>(i));
       if (i == 1) log_init();
@@ -77,7 +71,7 @@ TEST_F(LogTest, EntryLimitFlushThresholdAndSecondInit) {
 }
 
 TEST_F(LogTest, PrintsToStandardOutputUntilStartedAndInConsoleMode) {
-  start_file_log(1000, 100);
+  start(1, path_, 1000, 100);
   log_shutdown();
   ::testing::internal::CaptureStdout();
   log_printf("x=%d\n", 5);
@@ -90,13 +84,10 @@ TEST_F(LogTest, PrintsToStandardOutputUntilStartedAndInConsoleMode) {
 
 // A file type without a name, a file in a missing folder and an unknown type: entries are lost.
 TEST_F(LogTest, EntriesWithoutAUsableFileAreDropped) {
-  const std::pair<std::optional<fs::path>, int> settings[] = {
-      {std::nullopt, 1}, {folder_ / "missing" / "x.log", 1}, {path_, 2}};
+  const std::pair<fs::path, int> settings[] = {
+      {"", 1}, {folder_ / "missing" / "x.log", 1}, {path_, 2}};
   for (const auto& [file, type] : settings) {
-    reset();
-    if (file) log_set_string("log_file_name", file->c_str());
-    log_set_int("log_type", type);
-    log_init();
+    start(type, file, -2, 100);
     ::testing::internal::CaptureStdout();
     log_printf("lost\n");
     EXPECT_EQ(::testing::internal::GetCapturedStdout(), "");

@@ -6,7 +6,6 @@
 #include <string>
 
 #include "quorlin/xml/xml_node.hpp"
-#include "quorlin/xml/xml_parser.hpp"
 
 namespace quorlin {
 
@@ -30,24 +29,6 @@ inline std::string describe(const XmlNode* node) {
   }
   if (const auto text = xml_node_text(*node)) out += "='" + std::string(*text) + "'";
   return out;
-}
-
-// The root's name and its children, pictured one by one; "null" for no tree. The same picture
-// comes from a whole tree and from the children that xml_parse_children hands over.
-inline std::string describe_root_children(const XmlNode* root) {
-  if (root == nullptr) return "null";
-  std::string out = std::string(xml_node_name(*root)) + ":";
-  for (auto* child = xml_node_children(*root).first; child != nullptr; child = child->next) {
-    out += describe(&child->item) + ",";
-  }
-  return out;
-}
-
-inline std::string describe_handed_over(std::string_view text) {
-  std::string children;
-  const auto root = xml_parse_children(
-      text, [&](const XmlNode&, const XmlNode& child) { children += describe(&child) + ","; });
-  return root ? std::string(*root) + ":" + children : "null";
 }
 
 }  // namespace quorlin
