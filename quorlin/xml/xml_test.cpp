@@ -28,6 +28,8 @@ TEST(XmlParse, TreesOfTheForgivingGrammar) {
       // names end at the first blank of the tag, slash and tabs included
       {"<a/>", "a/"},
       {"<a />", "a"},
+      {"<r />></r>", "r"},
+      {"<r><a /></a><b/></r>", "r(a)"},  // a stray closing tag ends the range
       {"<a\tb></a\tb>", "a\tb"},
       {"<></>", ""},
       // text: the last segment directly inside, kept as written
