@@ -31,6 +31,7 @@ TEST(XmlParse, TreesOfTheForgivingGrammar) {
       {"<r><a /></a><b/></r>", "r(a)"},  // a stray closing tag ends the range
       {"<a\tb></a\tb>", "a\tb"},
       {"<></>", ""},
+      {"<r><><a></>x</r>", "r()='x'"},  // "</>" closes the empty name around a
       // text: the last segment directly inside, kept as written
       {"<a>\n  <b>1</b>\n</a>", "a(b='1')='\n'"},
       {"<a>1<b></b>2<c></c>3</a>", "a(b,c)='3'"},
