@@ -30,7 +30,6 @@ class TempDir {
  public:
   TempDir();
   ~TempDir();
-  const std::string& path() const { return path_; }
   std::string file(const std::string& name) const { return path_ + "/" + name; }
   void write(const std::string& name, const std::string& text) const;
 
