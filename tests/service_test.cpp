@@ -112,18 +112,15 @@ TEST(ServiceOperations, RequestLinesAndResultsAgainstTheSimulator) {
 
 // What each operation makes of a reply: its result, then what it wrote to the caller's buffer or
 // record.
-std::string local_ip() {
+template <int (*call)(std::span<char>)>
+std::string into_buffer() {
   char buffer[16] = "untouched";
-  return std::to_string(get_local_ip(buffer)) + " " + buffer;
+  return std::to_string(call(std::span<char>(buffer))) + " " + buffer;
 }
-std::string peer_ip() {
-  char buffer[16] = "untouched";
-  return std::to_string(get_peer_ip(1, "p", buffer)) + " " + buffer;
-}
-std::string chat_message() {
-  char buffer[16] = "untouched";
-  return std::to_string(receive_chat_message(1, "p", buffer)) + " " + buffer;
-}
+constexpr auto local_ip = into_buffer<get_local_ip>;
+constexpr auto peer_ip = into_buffer<+[](std::span<char> b) { return get_peer_ip(1, "p", b); }>;
+constexpr auto chat_message =
+    into_buffer<+[](std::span<char> b) { return receive_chat_message(1, "p", b); }>;
 std::string connection_info() {
   PeerConnectionInfo info{};
   copy_fixed_text(info.peer, "kept");

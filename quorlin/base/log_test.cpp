@@ -70,28 +70,26 @@ TEST_F(LogTest, EntryLimitFlushThresholdAndSecondInit) {
   EXPECT_STREQ(log_set_string("log_file_name", "a.log"), "a.log");
 }
 
-TEST_F(LogTest, PrintsToStandardOutputUntilStartedAndInConsoleMode) {
-  start(1, path_, 1000, 100);
-  log_shutdown();
-  ::testing::internal::CaptureStdout();
-  log_printf("x=%d\n", 5);
-  log_set_int("log_type", 0);
-  log_init();
-  log_printf("%s|", "console");
-  EXPECT_EQ(::testing::internal::GetCapturedStdout(), "x=5\nconsole|");
-  EXPECT_EQ(testing::file_text(path_), "");
-}
-
-// A file type without a name, a file in a missing folder and an unknown type: entries are lost.
-TEST_F(LogTest, EntriesWithoutAUsableFileAreDropped) {
-  const std::pair<fs::path, int> settings[] = {
-      {"", 1}, {folder_ / "missing" / "x.log", 1}, {path_, 2}};
-  for (const auto& [file, type] : settings) {
-    start(type, file, -2, 100);
+// Where an entry goes: to standard output while the log is stopped and in console mode; nowhere
+// for a file type without a name, a file in a missing folder, or an unknown type.
+TEST_F(LogTest, EntriesGoToStandardOutputOrAreDropped) {
+  const struct {
+    fs::path file;
+    int type;
+    bool stopped;
+    const char* out;
+  } rows[] = {{"", 1, true, "x=5\n"},
+              {path_, 0, false, "x=5\n"},
+              {"", 1, false, ""},
+              {folder_ / "missing" / "x.log", 1, false, ""},
+              {path_, 2, false, ""}};
+  for (const auto& row : rows) {
+    start(row.type, row.file, -2, 100);
+    if (row.stopped) log_shutdown();
     ::testing::internal::CaptureStdout();
-    log_printf("lost\n");
-    EXPECT_EQ(::testing::internal::GetCapturedStdout(), "");
-    EXPECT_TRUE(fs::is_empty(folder_)) << type;
+    log_printf("x=%d\n", 5);
+    EXPECT_EQ(::testing::internal::GetCapturedStdout(), row.out) << row.type;
+    EXPECT_TRUE(fs::is_empty(folder_)) << row.type;
   }
 }
 

@@ -20,12 +20,11 @@ namespace quorlin {
 namespace {
 
 TEST(UsableLocalAddress, SkipsLoopbackUnassignedAndLinkLocal) {
-  const struct {
-    const char* address;
-    bool usable;
-  } cases[] = {{"127.0.0.1", false}, {"0.0.0.0", false}, {"169.254.1.1", false},
-               {"10.0.0.1", true},   {"0.0.0.01", true}, {"1.127.0.1", true}};
-  for (const auto& c : cases) EXPECT_EQ(is_usable_local_address(c.address), c.usable) << c.address;
+  const std::pair<const char*, bool> cases[] = {{"127.0.0.1", false},   {"0.0.0.0", false},
+                                                {"169.254.1.1", false}, {"10.0.0.1", true},
+                                                {"0.0.0.01", true},     {"1.127.0.1", true}};
+  for (const auto& [address, usable] : cases)
+    EXPECT_EQ(is_usable_local_address(address), usable) << address;
   set_preferred_address("10.0.0.2");
   EXPECT_FALSE(is_usable_local_address("10.0.0.1"));
   EXPECT_TRUE(is_usable_local_address("10.0.0.2"));
@@ -33,7 +32,9 @@ TEST(UsableLocalAddress, SkipsLoopbackUnassignedAndLinkLocal) {
   set_preferred_address(std::nullopt);
 }
 
-TEST(ResolveHost, ServesCopiesAndReportsUnknownNames) {
+// Host names resolve to copies, an unknown one says so; "debug" sets the trace threshold and the
+// proxy's debug flag.
+TEST(NetOptions, ResolveHostAndDebug) {
   net_init();
   EXPECT_EQ(resolve_host("localhost"), "127.0.0.1");
   EXPECT_EQ(resolve_host("127.0.0.1"), "127.0.0.1");
@@ -41,11 +42,6 @@ TEST(ResolveHost, ServesCopiesAndReportsUnknownNames) {
   EXPECT_EQ(resolve_host("no-such-host.invalid"), std::nullopt);
   EXPECT_TRUE(
       ::testing::internal::GetCapturedStderr().starts_with("Unable to get host by name\n: "));
-  net_shutdown();
-}
-
-TEST(NetOptions, DebugSetsTheThresholdAndTheProxyDebugFlag) {
-  net_init();
   EXPECT_EQ(net_log_level(), 5);
   EXPECT_EQ(net_proxy_settings()->debug, 0);
   EXPECT_TRUE(net_set_option("debug", 2));
@@ -131,10 +127,15 @@ TEST(RecvExact, StatusAndCountTable) {
 }
 
 // Results and what is printed: traces only at threshold 0, the connect errors at 4 and below, the
-// bind error always; no descriptor is left open by a failure. With standard input closed the
-// socket is descriptor 0, which is returned but is not "opened" (that takes 1 or more).
+// bind error always; no descriptor is left open by a failure, and a connection is reset when it
+// is closed (linger 0): the peer's read fails. With standard input closed the socket is
+// descriptor 0, which is returned but is not "opened" (that takes 1 or more).
 TEST(ConnectionOpen, ResultsTracesAndErrorsByThreshold) {
-  ScriptedServer server(testing::echo_handler());
+  std::atomic<int> peer_errno{0};
+  ScriptedServer server([&](int descriptor) {
+    char byte;
+    if (recv(descriptor, &byte, 1, 0) < 0) peer_errno = errno;
+  });
   const int closed = testing::free_port();
   const std::string trace =
       "Opening connection\n***** Creating socket ***** @ port 0\nSOURCE PORT "
@@ -173,11 +174,12 @@ TEST(ConnectionOpen, ResultsTracesAndErrorsByThreshold) {
       expected_out += byte == '@' ? std::to_string(connection) : std::string(1, byte);
     }
     EXPECT_EQ(out, expected_out);
-    if (connection > 0) connection_close(connection);
+    if (connection > 0) close(connection);
     dup2(saved_stdin, 0);  // closes a connection on descriptor 0
     close(saved_stdin);
     // The server's end closes in its own thread: count after it has.
     if (connection >= 0) server.wait_served_more_than(served);
+    EXPECT_EQ(peer_errno.exchange(0), connection >= 0 ? ECONNRESET : 0);
     EXPECT_EQ(testing::open_descriptor_count(), descriptors);
   }
   net_set_option("debug", 5);
@@ -210,18 +212,6 @@ TEST(ServerSocket, DatagramsArriveOrTimeOutAndStreamSocketsListen) {
   EXPECT_GT(client, 0);
   connection_close(client);
   connection_close(listener);
-}
-
-// Closing resets the connection (linger 0): the peer's next read fails.
-TEST(Connection, CloseResetsThePeer) {
-  std::atomic<int> peer_errno{0};
-  ScriptedServer server([&](int descriptor) {
-    char byte;
-    if (recv(descriptor, &byte, 1, 0) < 0) peer_errno = errno;
-  });
-  close(connection_open(0, "127.0.0.1", server.port()));
-  ASSERT_TRUE(server.wait_served_more_than(0));
-  EXPECT_EQ(peer_errno, ECONNRESET);
 }
 
 }  // namespace
