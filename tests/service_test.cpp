@@ -12,6 +12,7 @@
 #include <optional>
 #include <string>
 #include <thread>
+#include <tuple>
 #include <vector>
 
 #include "quorlin/client/form.hpp"
@@ -137,11 +138,8 @@ std::string networks() {
 TEST(ServiceReplies, ResultsAndCopiesForEachShapeOfReply) {
   std::string deep;
   for (int i = 0; i < 1'000'000; ++i) deep += "<a>";
-  const struct {
-    std::string reply;
-    std::string (*call)();
-    std::string expected;
-  } rows[] = {
+  // The reply, the call, and what the call makes of it.
+  const std::tuple<std::string, std::string (*)(), std::string> rows[] = {
       {"p2pnet_retval=-3\r\n", local_ip, "-3 untouched"},
       {"p2pnet_retval=abc\r\n", local_ip, "0 untouched"},
       {"foo=1\r\n", local_ip, "-601 untouched"},
@@ -174,10 +172,10 @@ TEST(ServiceReplies, ResultsAndCopiesForEachShapeOfReply) {
        connection_info, "0 " + std::string(254, 'p') + " 47 47"},  // fixed fields cut
       {deep + "\n", networks, "null"},
   };
-  for (const auto& row : rows) {
-    testing::ScriptedServer service(testing::answer_one_line(row.reply), 7000);
+  for (const auto& [reply, call, expected] : rows) {
+    testing::ScriptedServer service(testing::answer_one_line(reply), 7000);
     ASSERT_TRUE(service.listening()) << "port 7000 is taken";
-    EXPECT_EQ(row.call(), row.expected) << row.reply.substr(0, 80);
+    EXPECT_EQ(call(), expected) << reply.substr(0, 80);
   }
 }
 
@@ -257,13 +255,8 @@ class QuorlinadminTest : public ::testing::Test {
 };
 
 TEST_F(QuorlinadminTest, ArgumentRulesAndExitStatuses) {
-  const struct {
-    const char* arguments;
-    const char* out;
-    std::string err;
-    int status;
-    std::vector<std::string> requests;
-  } cases[] = {
+  // The arguments; standard output, standard error and the exit status; the requests received.
+  const std::tuple<const char*, const char*, std::string, int, std::vector<std::string>> cases[] = {
       // clang-format off
       {"", "", kUsage, 1, {}},
       {"create alice", "", kUsage, 1, {}},
@@ -285,17 +278,17 @@ TEST_F(QuorlinadminTest, ArgumentRulesAndExitStatuses) {
         "</AddNetworkRequest>"}},
       // clang-format on
   };
-  for (const auto& c : cases) {
+  for (const auto& [arguments, out, err, status, requests] : cases) {
     service_.reset();
     service_.clear_requests();
-    ToolRun run = run_tool(c.arguments);
-    std::vector<std::string> requests = service_.requests();
-    for (std::string* text : {&run.err, requests.empty() ? &run.err : &requests.back()})
+    ToolRun run = run_tool(arguments);
+    std::vector<std::string> received = service_.requests();
+    for (std::string* text : {&run.err, received.empty() ? &run.err : &received.back()})
       *text = without_random_number(*text);
-    EXPECT_EQ(run.out, c.out) << c.arguments;
-    EXPECT_EQ(run.err, c.err) << c.arguments;
-    EXPECT_EQ(run.status, c.status) << c.arguments;
-    EXPECT_EQ(requests, c.requests) << c.arguments;
+    EXPECT_EQ(run.out, out) << arguments;
+    EXPECT_EQ(run.err, err) << arguments;
+    EXPECT_EQ(run.status, status) << arguments;
+    EXPECT_EQ(received, requests) << arguments;
   }
 }
 
@@ -331,13 +324,10 @@ TEST(QuorlinadminAgainstScriptedService, NoServiceEmptyListsAndEntriesThatAreNot
       "</Id><Name>friends</Name></PeerNetwork><Foo></Foo><PeerNetwork><Id>5</Id></PeerNetwork>"
       "</PeerNetworks>\n";
   const std::string empty = "<PeerNetworks></PeerNetworks>\n";
-  const struct {
-    std::optional<std::string> reply;  // none: nothing listens on port 7000
-    const char* command;
-    const char* err;
-    const char* out;
-    int status;
-  } rows[] = {
+  // The reply (none: nothing listens on port 7000), the command; standard error, standard output
+  // and the exit status.
+  using Row = std::tuple<std::optional<std::string>, const char*, const char*, const char*, int>;
+  const Row rows[] = {
       {std::nullopt, "list", "quorlinadmin: Call get_networks failed\n", "", 0},
       {std::nullopt, "drop", "quorlinadmin:Drop networks fail: call get_networks failed\n", "fail",
        1},
@@ -353,15 +343,16 @@ TEST(QuorlinadminAgainstScriptedService, NoServiceEmptyListsAndEntriesThatAreNot
       {empty, "list", "quorlinadmin: No networks found\n", "", 0},
       {empty, "drop", "quorlinadmin:Drop networks fail: No networks found\n", "fail", 1},
   };
-  for (const auto& row : rows) {
+  for (const auto& [reply, command, err, out, status] : rows) {
+    SCOPED_TRACE(std::string(command) + " " + reply.value_or("(no service)"));
     std::optional<testing::ScriptedServer> service;
-    if (row.reply) service.emplace(testing::answer_one_line(*row.reply), 7000);
-    ASSERT_TRUE(row.reply ? service->listening() : !testing::accepts_connections(7000))
+    if (reply) service.emplace(testing::answer_one_line(*reply), 7000);
+    ASSERT_TRUE(reply ? service->listening() : !testing::accepts_connections(7000))
         << "port 7000 is taken";
-    const ToolRun run = run_tool(row.command);
-    EXPECT_EQ(run.err, row.err) << row.command << " " << row.reply.value_or("(no service)");
-    EXPECT_EQ(run.out, row.out) << row.command << " " << row.reply.value_or("(no service)");
-    EXPECT_EQ(run.status, row.status) << row.command << " " << row.reply.value_or("(no service)");
+    const ToolRun run = run_tool(command);
+    EXPECT_EQ(run.err, err);
+    EXPECT_EQ(run.out, out);
+    EXPECT_EQ(run.status, status);
   }
 }
 

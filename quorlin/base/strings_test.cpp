@@ -8,6 +8,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <string>
+#include <tuple>
 #include <utility>
 #include <vector>
 
@@ -33,24 +34,17 @@ TEST(DecimalPrefix, ReadsAsStrtolDoes) {
 }
 
 TEST(StrFindBounded, OnePassWithoutRetryingTheBreakingByte) {
-  struct Case {
-    std::string haystack;
-    std::string needle;
-    std::size_t n;
-    long expected;  // offset of the match, -1 for none
-  };
-  const std::vector<Case> cases =
-      {
-          {"aaab", "aab", 4, -1},  // the second "a" breaks "aa" + "b" and is not retried
-          {"xaab", "aab", 4, 1},  {"abab", "ab", 4, 0}, {"abcabd", "abd", 6, 3},
-          {"abc", "c", 2, -1},    {"abc", "c", 3, 2},   {"abc", "bc", 0, -1},
-          {"a\0bc"s, "bc", 4, 2},  // NUL bytes inside the bound are looked at like any other
-          {"abc", "", 1, 0},      {"abc", "", 0, -1},
-      };
-  for (const Case& test : cases) {
-    const char* found = str_find_bounded(test.haystack.data(), test.needle, test.n);
-    const long offset = found == nullptr ? -1 : found - test.haystack.data();
-    EXPECT_EQ(offset, test.expected) << test.haystack << " / " << test.needle << " / " << test.n;
+  // The haystack, the needle, the bound, and the offset of the match (-1 for none). In "aaab"
+  // the second "a" breaks "aa" + "b" and is not retried; NUL bytes inside the bound are looked at
+  // like any other.
+  const std::tuple<std::string, std::string, std::size_t, long> cases[] = {
+      {"aaab", "aab", 4, -1}, {"xaab", "aab", 4, 1}, {"abab", "ab", 4, 0}, {"abcabd", "abd", 6, 3},
+      {"abc", "c", 2, -1},    {"abc", "c", 3, 2},    {"abc", "bc", 0, -1}, {"a\0bc"s, "bc", 4, 2},
+      {"abc", "", 1, 0},      {"abc", "", 0, -1}};
+  for (const auto& [haystack, needle, n, expected] : cases) {
+    const char* found = str_find_bounded(haystack.data(), needle, n);
+    const long offset = found == nullptr ? -1 : found - haystack.data();
+    EXPECT_EQ(offset, expected) << haystack << " / " << needle << " / " << n;
   }
 }
 
