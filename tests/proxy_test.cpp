@@ -10,6 +10,7 @@
 #include <chrono>
 #include <memory>
 #include <string>
+#include <tuple>
 #include <vector>
 
 #include "quorlin/net/connection.hpp"
@@ -38,25 +39,19 @@ TEST(ProxyTest, TunnelsThroughMicrosocksAndTinyproxy) {
     servers.push_back(std::make_unique<testing::ChildProcess>(argv, dir.file("server.log")));
     ASSERT_EQ(servers.back()->wait_until_listening(port), "");
   }
-  const struct {
-    int proxy_port;
-    unsigned type;
-    const char* user;
-    const char* password;
-    bool opens;
-  } rows[] = {
+  // The proxy's port and type, the user and password, and whether the tunnel opens: wrong
+  // credentials get 401 from tinyproxy, none get 407.
+  const std::tuple<int, unsigned, const char*, const char*, bool> rows[] = {
       {socks, 2u, "alice", "s3cret", true}, {socks, 2u, "alice", "wrong", false},
       {http, 3u, "alice", "s3cret", true},  {http, 4u, "alice", "s3cret", true},
-      {http, 3u, "alice", "wrong", false},  // 401
-      {http, 3u, nullptr, nullptr, false},  // 407
-  };
-  for (const auto& row : rows) {
-    SCOPED_TRACE(::testing::Message() << "port " << row.proxy_port << " type " << row.type
-                                      << " password " << (row.password ? row.password : "-"));
-    const auto settings = testing::loopback_proxy(row.type, row.proxy_port, row.user, row.password);
+      {http, 3u, "alice", "wrong", false},  {http, 3u, nullptr, nullptr, false}};
+  for (const auto& [port, type, user, password, opens] : rows) {
+    SCOPED_TRACE(::testing::Message() << "port " << port << " type " << type << " password "
+                                      << (password ? password : "-"));
+    const auto settings = testing::loopback_proxy(type, port, user, password);
     const int descriptors = testing::open_descriptor_count(), served = target.served();
     const int tunnel = proxy_connect(*settings, 0, "127.0.0.1", target.port());
-    if (!row.opens) {
+    if (!opens) {
       EXPECT_EQ(tunnel, -1);
       EXPECT_EQ(testing::open_descriptor_count(), descriptors);
       continue;

@@ -4,6 +4,7 @@
 
 #include <filesystem>
 #include <string>
+#include <tuple>
 #include <vector>
 
 #include <unistd.h>
@@ -50,17 +51,15 @@ TEST_F(LogTest, EntryLimitFlushThresholdAndSecondInit) {
   log_printf("b");
   EXPECT_EQ(testing::file_text(path_), "b");
   log_shutdown();
-  const struct {
-    int limit;
-    int flush;
-    std::vector<std::string> on_disk_after_each;  // entries "a", "b", "c", "d"
-  } rows[] = {{3, 0, {"a", "ab", "abc", "d"}}, {0, 2, {"", "ab", "abc", "abcd"}}};
-  for (const auto& row : rows) {
-    start(1, path_, row.limit, row.flush);
-    for (std::size_t i = 0; i < row.on_disk_after_each.size(); ++i) {
+  // The limit, the flush threshold, and what is on disk after each of the entries a, b, c, d.
+  const std::tuple<int, int, std::vector<std::string>> rows[] = {{3, 0, {"a", "ab", "abc", "d"}},
+                                                                 {0, 2, {"", "ab", "abc", "abcd"}}};
+  for (const auto& [limit, flush, on_disk_after_each] : rows) {
+    start(1, path_, limit, flush);
+    for (std::size_t i = 0; i < on_disk_after_each.size(); ++i) {
       log_printf("%c", 'a' + static_cast<int>(i));
       if (i == 1) log_init();
-      EXPECT_EQ(testing::file_text(path_), row.on_disk_after_each[i]) << row.limit << " " << i;
+      EXPECT_EQ(testing::file_text(path_), on_disk_after_each[i]) << limit << " " << i;
     }
     log_shutdown();
   }
@@ -73,23 +72,20 @@ TEST_F(LogTest, EntryLimitFlushThresholdAndSecondInit) {
 // Where an entry goes: to standard output while the log is stopped and in console mode; nowhere
 // for a file type without a name, a file in a missing folder, or an unknown type.
 TEST_F(LogTest, EntriesGoToStandardOutputOrAreDropped) {
-  const struct {
-    fs::path file;
-    int type;
-    bool stopped;
-    const char* out;
-  } rows[] = {{"", 1, true, "x=5\n"},
-              {path_, 0, false, "x=5\n"},
-              {"", 1, false, ""},
-              {folder_ / "missing" / "x.log", 1, false, ""},
-              {path_, 2, false, ""}};
-  for (const auto& row : rows) {
-    start(row.type, row.file, -2, 100);
-    if (row.stopped) log_shutdown();
+  // The file, the type, whether the log is stopped again, and what standard output shows.
+  const std::tuple<fs::path, int, bool, const char*> rows[] = {
+      {"", 1, true, "x=5\n"},
+      {path_, 0, false, "x=5\n"},
+      {"", 1, false, ""},
+      {folder_ / "missing" / "x.log", 1, false, ""},
+      {path_, 2, false, ""}};
+  for (const auto& [file, type, stopped, out] : rows) {
+    start(type, file, -2, 100);
+    if (stopped) log_shutdown();
     ::testing::internal::CaptureStdout();
     log_printf("x=%d\n", 5);
-    EXPECT_EQ(::testing::internal::GetCapturedStdout(), row.out) << row.type;
-    EXPECT_TRUE(fs::is_empty(folder_)) << row.type;
+    EXPECT_EQ(::testing::internal::GetCapturedStdout(), out) << type;
+    EXPECT_TRUE(fs::is_empty(folder_)) << type;
   }
 }
 

@@ -93,8 +93,6 @@ TEST(Strings, SmallHelpers) {
   EXPECT_FALSE(str_has_at("ab", "ab", 3));
 }
 
-using namespace std::string_literals;
-
 // What the encoding of one byte must be, worked out with the C library's own formatting.
 std::string expected_encoding(unsigned char byte) {
   if (std::isalnum(byte) && byte < 0x80) return std::string(1, static_cast<char>(byte));

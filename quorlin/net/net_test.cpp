@@ -11,6 +11,7 @@
 #include <cerrno>
 #include <cstring>
 #include <string>
+#include <tuple>
 
 #include "quorlin/net/connection.hpp"
 #include "quorlin/net/proxy.hpp"
@@ -96,15 +97,9 @@ TEST(ProxySettings, KeysTypesAndUnknownKeys) {
 using testing::ScriptedServer;
 
 TEST(RecvExact, StatusAndCountTable) {
-  const struct {
-    const char* name;
-    const char* sent;  // written before the call
-    bool peer_closes;
-    long length;
-    int timeout_ms;
-    long count;
-    int status;
-  } cases[] = {
+  // Bytes sent before the call and whether the peer then closes; the length and time-out asked
+  // for; the count and the status expected.
+  const std::tuple<const char*, const char*, bool, long, int, long, int> cases[] = {
       {"length 0 timed", "", false, 0, 50, 0, 1},
       {"time-out 0, nothing readable", "", false, 1, 0, 0, -2},
       {"negative time-out polls nothing", "abc", false, 3, -5, 0, -2},
@@ -112,15 +107,15 @@ TEST(RecvExact, StatusAndCountTable) {
       {"all there, untimed", "abcde", false, 5, -1, 5, 1},
       {"short, time-out passes", "ab", false, 5, 30, 2, -2},
   };
-  for (const auto& c : cases) {
+  for (const auto& [name, sent, peer_closes, length, timeout_ms, count, expected_status] : cases) {
     int ends[2];
     socketpair(AF_UNIX, SOCK_STREAM, 0, ends);
-    send(ends[1], c.sent, std::strlen(c.sent), 0);
-    if (c.peer_closes) shutdown(ends[1], SHUT_WR);
+    send(ends[1], sent, std::strlen(sent), 0);
+    if (peer_closes) shutdown(ends[1], SHUT_WR);
     char buffer[8] = {};
     int status = 99;
-    EXPECT_EQ(recv_exact(ends[0], buffer, c.length, c.timeout_ms, status), c.count) << c.name;
-    EXPECT_EQ(status, c.status) << c.name;
+    EXPECT_EQ(recv_exact(ends[0], buffer, length, timeout_ms, status), count) << name;
+    EXPECT_EQ(status, expected_status) << name;
     close(ends[0]);
     close(ends[1]);
   }
@@ -140,40 +135,34 @@ TEST(ConnectionOpen, ResultsTracesAndErrorsByThreshold) {
   const std::string trace =
       "Opening connection\n***** Creating socket ***** @ port 0\nSOURCE PORT "
       "0\n***** Connecting socket ***** @\nOpened connection\n";
-  const struct {
-    int threshold;
-    int source_port;
-    int port;
-    int result;  // 1: a descriptor of 1 or more
-    std::string out;
-    std::string err;
-    bool without_stdin = false;
-  } rows[] = {
+  // The threshold, the source and destination ports; the result (1: a descriptor of 1 or more;
+  // 0: standard input is closed first, so the socket is descriptor 0); what is printed to standard
+  // output ("@" stands for the descriptor) and to standard error.
+  const std::tuple<int, int, int, int, std::string, std::string> rows[] = {
       {0, 0, server.port(), 1, trace, ""},
-      {0, 0, server.port(), 0, trace.substr(0, trace.size() - 18), "", true},
+      {0, 0, server.port(), 0, trace.substr(0, trace.size() - 18), ""},
       {1, 0, server.port(), 1, "", ""},
       {4, 0, closed, -2, "Could not connect\nCould not connect to server\n", ""},
       {5, 0, closed, -2, "", ""},
-      {5, server.port(), server.port(), -1, "", "Bind error: Address already in use\n"},
-  };
-  for (const auto& row : rows) {
-    SCOPED_TRACE(row.threshold);
-    net_set_option("debug", row.threshold);
+      {5, server.port(), server.port(), -1, "", "Bind error: Address already in use\n"}};
+  for (const auto& [threshold, source_port, port, result, out, err] : rows) {
+    SCOPED_TRACE(threshold);
+    net_set_option("debug", threshold);
     const int descriptors = testing::open_descriptor_count();
     const int served = server.served();
     const int saved_stdin = dup(0);
     ::testing::internal::CaptureStdout();
     ::testing::internal::CaptureStderr();
-    if (row.without_stdin) close(0);
-    const Connection connection = connection_open(row.source_port, "127.0.0.1", row.port);
-    const std::string out = ::testing::internal::GetCapturedStdout();
-    EXPECT_EQ(::testing::internal::GetCapturedStderr(), row.err);
-    EXPECT_EQ(connection > 0 ? 1 : connection, row.result);
-    std::string expected_out;  // "@" stands for the descriptor
-    for (const char byte : row.out) {
+    if (result == 0) close(0);
+    const Connection connection = connection_open(source_port, "127.0.0.1", port);
+    const std::string printed = ::testing::internal::GetCapturedStdout();
+    EXPECT_EQ(::testing::internal::GetCapturedStderr(), err);
+    EXPECT_EQ(connection > 0 ? 1 : connection, result);
+    std::string expected_out;
+    for (const char byte : out) {
       expected_out += byte == '@' ? std::to_string(connection) : std::string(1, byte);
     }
-    EXPECT_EQ(out, expected_out);
+    EXPECT_EQ(printed, expected_out);
     if (connection > 0) close(connection);
     dup2(saved_stdin, 0);  // closes a connection on descriptor 0
     close(saved_stdin);

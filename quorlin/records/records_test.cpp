@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <string>
+#include <tuple>
 
 #include "quorlin/records/record_reader.hpp"
 #include "quorlin/records/record_writer.hpp"
@@ -41,12 +42,6 @@ std::string read_and_write(std::string_view document) {
   return text == through_tree ? text : text + " but through a tree " + through_tree;
 }
 
-struct TwoWayCase {
-  std::string (*kind)(std::string_view);
-  const char* document;
-  const char* written;
-};
-
 constexpr auto kState =
     read_and_write<service_state_parse, service_state_to_text, service_state_to_xml>;
 constexpr auto kMember = read_and_write<peer_member_parse, peer_member_to_text, peer_member_to_xml>;
@@ -65,7 +60,8 @@ constexpr auto kShares =
                    +[](const ShareList& list) { return share_list_to_xml(list, "Shares"); }>;
 
 TEST(RecordXml, EveryKindReadsAndWritesBack) {
-  const TwoWayCase cases[] = {
+  // The kind, the document read, and the record written back.
+  const std::tuple<std::string (*)(std::string_view), const char*, const char*> cases[] = {
       // Missing children keep the constructor's values; a child without text gives -1.
       {kState, "<ServiceState><Type>2</Type></ServiceState>",
        "<ServiceState><Username></Username><Type>2</Type><Started>0</Started></ServiceState>"},
@@ -158,7 +154,8 @@ TEST(RecordXml, EveryKindReadsAndWritesBack) {
        "</Shares>"},
       {kShares, "garbage", "<Shares></Shares>"},
   };
-  for (const auto& c : cases) EXPECT_EQ(c.kind(c.document), c.written) << c.document;
+  for (const auto& [kind, document, written] : cases)
+    EXPECT_EQ(kind(document), written) << document;
 }
 
 // Constructors refuse a missing text; only type 7 is written; reading gives an empty list for any
