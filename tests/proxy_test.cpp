@@ -200,7 +200,6 @@ TEST(ProxyScripted, NegotiationTable) {
     // it is closed. The copy of standard input stands for the closed original.
     ASSERT_TRUE(proxy.wait_served_more_than(0)) << c.name;
     EXPECT_EQ(testing::open_descriptor_count(), before) << c.name;
-    proxy.stop();  // a waiting accept holds the lowest free descriptor, 0, until it ends
     dup2(saved_stdin, 0);
     close(saved_stdin);
     EXPECT_EQ(received, expected) << c.name;

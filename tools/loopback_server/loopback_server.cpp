@@ -2,6 +2,7 @@
 
 #include <arpa/inet.h>
 #include <netinet/in.h>
+#include <poll.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
@@ -43,7 +44,12 @@ void LoopbackServer::stop() {
 }
 
 void LoopbackServer::serve() {
+  pollfd listener{listener_, POLLIN, 0};
   while (!stopping_) {
+    // Accept only once a connection waits: a blocked accept holds the lowest free descriptor
+    // from the start, which a caller that closes descriptor 0 expects to get itself. The
+    // shutdown in stop() wakes the poll; its time-out is only a safety net.
+    if (poll(&listener, 1, 200) <= 0) continue;
     const int connection = accept4(listener_, nullptr, nullptr, SOCK_CLOEXEC);
     if (connection < 0) {
       // Stopping, or out of descriptors for a moment: do not spin.

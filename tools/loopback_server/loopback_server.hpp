@@ -3,8 +3,8 @@
 //
 // It binds a given port, or an ephemeral one for port 0, and accepts in a thread of its own:
 // each connection goes to the handler, one at a time, and is closed when the handler returns.
-// Stopping (or destroying) it shuts the listening socket down, which wakes the blocked accept,
-// and joins the thread; a handler that is running finishes first.
+// Stopping (or destroying) it shuts the listening socket down, which wakes the waiting thread,
+// and joins it; a handler that is running finishes first.
 #ifndef QUORLIN_TOOLS_LOOPBACK_SERVER_LOOPBACK_SERVER_HPP
 #define QUORLIN_TOOLS_LOOPBACK_SERVER_LOOPBACK_SERVER_HPP
 
