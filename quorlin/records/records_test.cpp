@@ -4,6 +4,7 @@
 
 #include <string>
 #include <tuple>
+#include <type_traits>
 
 #include "quorlin/records/record_reader.hpp"
 #include "quorlin/records/record_writer.hpp"
@@ -31,7 +32,7 @@ TEST(MessageQueue, KeepsTheHundredNewestAndPopsOldestFirst) {
 template <auto parse, auto to_text, auto to_tree, auto from_tree = nullptr>
 std::string read_and_write(std::string_view document) {
   auto record = parse(document);
-  if constexpr (from_tree != nullptr) {
+  if constexpr (!std::is_null_pointer_v<decltype(from_tree)>) {
     const auto tree = xml_parse(document);
     const auto from = tree ? from_tree(*tree) : nullptr;
     if (!from != !record || (from && to_text(*from) != to_text(*record))) return "readers differ";
