@@ -7,8 +7,13 @@ library over its time with the static one (the fastest of the rounds for each).
 """
 import json
 import math
+import os
+import signal
 import subprocess
 import sys
+
+# Ctrl-C ends this script as it ends the benchmark it runs, without a traceback.
+signal.signal(signal.SIGINT, signal.SIG_DFL)
 
 build = sys.argv[1] if len(sys.argv) > 1 else "build/release"
 rounds = int(sys.argv[2]) if len(sys.argv) > 2 else 3
@@ -23,6 +28,12 @@ def run(binary, pattern):
     return {b["name"]: b["cpu_time"] for b in json.loads(out.stdout)["benchmarks"]
             if not b.get("error_occurred")}
 
+
+missing = [f"{build}/bench/{bench}{suffix}" for bench in benches for suffix in ("", "_shared")
+           if not os.access(f"{build}/bench/{bench}{suffix}", os.X_OK)]
+if missing:
+    sys.exit(f"{missing[0]} is missing: build the release preset first "
+             f"(cmake --preset release && cmake --build --preset release)")
 
 worst = 0.0
 ratios = []
