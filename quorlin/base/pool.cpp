@@ -4,6 +4,8 @@
 // it did not carve; whoever brings the count to zero frees the chunk.
 #include "quorlin/base/pool.hpp"
 
+#include <pthread.h>
+
 #include <atomic>
 #include <cstdint>
 #include <cstdlib>
@@ -80,14 +82,24 @@ struct Carver {
 };
 
 // Trivially destructible and initial-exec, so that a carve or a free reads it from the thread
-// pointer, with no guard and no __tls_get_addr call in the shared library. A thread's chunk is
-// let go at the thread's end by a second object, which is touched only when a chunk starts.
+// pointer, with no guard and no __tls_get_addr call in the shared library.
 [[gnu::tls_model("initial-exec")]] constinit thread_local Carver carver;
 
-struct LeaveAtThreadEnd {
-  ~LeaveAtThreadEnd() { carver.leave(); }
-};
-thread_local LeaveAtThreadEnd leave_at_thread_end;
+// A thread's chunk is let go at the thread's end through a thread-specific key, set when a chunk
+// starts. Setting a key needs no memory; registering a thread_local object's destructor does,
+// and the C library ends the process when that registration cannot allocate.
+void leave_at_thread_end(void*) {
+  carver.leave();
+}
+
+pthread_key_t thread_end_key() {
+  static const pthread_key_t key = [] {
+    pthread_key_t created{};
+    pthread_key_create(&created, leave_at_thread_end);
+    return created;
+  }();
+  return key;
+}
 
 }  // namespace
 
@@ -96,7 +108,7 @@ void* pool_allocate(std::size_t size) {
   if (carver.chunk == nullptr || carver.used + size > kChunkSize) {
     carver.leave();
     carver.start();
-    [[maybe_unused]] const LeaveAtThreadEnd& registered = leave_at_thread_end;
+    pthread_setspecific(thread_end_key(), &carver);
   }
   void* object = reinterpret_cast<char*>(carver.chunk) + carver.used;
   carver.used += size;

@@ -105,22 +105,28 @@ void list_members(Listing& listing, PeerNetwork& network) {
 
 void cmd_list(int type) {
   // Networks are listed as they are read and freed at once; the listing is written only once
-  // the whole reply has parsed, since a reply that does not parse prints only the failure.
+  // the whole reply has parsed, since a reply that does not parse prints only the failure (and
+  // so does a call that runs out of memory).
   Listing listing;
   bool any = false;
   bool stopped = false;
-  const bool read = get_networks_each(type, [&](std::unique_ptr<PeerNetwork> network) {
-    if (stopped) return;
-    any = true;
-    if (!network) {
-      listing.line("quorlinadmin: Incorrect data for peernetwork entry");
-      stopped = true;
-      return;
-    }
-    // The id is printed as an int: its low 32 bits, as the service's own tool prints it.
-    listing.line("Network id: ", static_cast<int>(network->id), ", name: ", network->name);
-    list_members(listing, *network);
-  });
+  bool read = false;
+  try {
+    read = get_networks_each(type, [&](std::unique_ptr<PeerNetwork> network) {
+      if (stopped) return;
+      any = true;
+      if (!network) {
+        listing.line("quorlinadmin: Incorrect data for peernetwork entry");
+        stopped = true;
+        return;
+      }
+      // The id is printed as an int: its low 32 bits, as the service's own tool prints it.
+      listing.line("Network id: ", static_cast<int>(network->id), ", name: ", network->name);
+      list_members(listing, *network);
+    });
+  } catch (const std::bad_alloc&) {
+    // No memory for the call itself: it failed as an unreachable service does.
+  }
   if (!read) {
     std::fputs("quorlinadmin: Call get_networks failed\n", stderr);
   } else if (!any) {
@@ -130,13 +136,10 @@ void cmd_list(int type) {
   }
 }
 
-void cmd_create(const char* first, const char* second) {
-  if (first == nullptr || second == nullptr) {
-    std::fputs("quorlinadmin:CreateNetwork: argument list is incorrect. Network is not created\n",
-               stderr);
-    std::printf("fail");
-    return;
-  }
+namespace {
+
+// The attempts of cmd_create; true once the service has created the network and it is printed.
+bool create_network(const char* first, const char* second) {
   TextList members;
   list_append(members, Text(first));
   list_append(members, Text(second));
@@ -148,10 +151,29 @@ void cmd_create(const char* first, const char* second) {
                    "quorlinadmin:CreateNetwork: Network %s successfully created with id %d\n",
                    printable(network->name), static_cast<int>(network->id));
       std::printf("%d", static_cast<int>(network->id));
-      return;
+      return true;
     }
     sleep(CREATE_RETRY_PAUSE_SECONDS);
   }
+  return false;
+}
+
+}  // namespace
+
+void cmd_create(const char* first, const char* second) {
+  if (first == nullptr || second == nullptr) {
+    std::fputs("quorlinadmin:CreateNetwork: argument list is incorrect. Network is not created\n",
+               stderr);
+    std::printf("fail");
+    return;
+  }
+  bool created = false;
+  try {
+    created = create_network(first, second);
+  } catch (const std::bad_alloc&) {
+    // Memory for the names ran out: the network is not created.
+  }
+  if (created) return;
   std::fputs("quorlinadmin:CreateNetwork: Call add_network failed. Network is not created\n",
              stderr);
   std::printf("fail");

@@ -3,7 +3,6 @@
 // the Connection, and each byte copied out of the kernel once.
 #include "quorlin/client/form.hpp"
 
-#include <poll.h>
 #include <sys/mman.h>
 #include <sys/socket.h>
 
@@ -17,6 +16,7 @@
 
 #include "quorlin/base/strings.hpp"
 #include "quorlin/base/url.hpp"
+#include "quorlin/net/wait_internal.hpp"
 
 namespace quorlin {
 namespace {
@@ -28,14 +28,10 @@ constexpr std::size_t kLargestPeekBlock = 1024 * 1024;
 // Above this a line moves to a mapping of its own, which grows without copying.
 constexpr std::size_t kLargestHeapLine = 64 * 1024;
 
-// Waits for the descriptor as the timed receive does (10 ms steps while the elapsed count is
-// not above the time-out); -2 when it stays silent, else 1.
+// Waits for the descriptor as the timed receive does; -2 when it stays silent, else 1.
 int wait_readable(Connection connection, int timeout_ms) {
   if (timeout_ms == NO_TIMEOUT) return 1;
-  if (timeout_ms < 0) return RECV_TIMED_OUT;
-  pollfd watched{connection, POLLIN, 0};
-  int steps = timeout_ms / RECV_POLL_STEP_MS + 1;
-  return poll(&watched, 1, steps * RECV_POLL_STEP_MS) > 0 ? 1 : RECV_TIMED_OUT;
+  return readable_within_steps(connection, timeout_ms) ? 1 : RECV_TIMED_OUT;
 }
 
 // Drops every CR of the `size` bytes at `bytes` and cuts them at the first NUL; returns the new

@@ -11,6 +11,7 @@
 
 #include <cstdlib>
 #include <memory>
+#include <new>
 
 #include "quorlin/base/log.hpp"
 #include "quorlin/base/strings.hpp"
@@ -151,11 +152,16 @@ std::string http_request_text(std::string_view host, std::string_view path, std:
 int http_exchange(int connection, int mode, std::string_view host, std::string_view path,
                   std::string_view body, const char* peer_address, int peer_port, int timeout_ms,
                   std::unique_ptr<FormFields>* headers, std::string* reply_body) {
-  const std::string request = http_request_text(host, path, body);
-  if (mode == HTTP_MODE_DATAGRAM) {
-    return exchange_datagram(connection, request, peer_address, peer_port, timeout_ms, reply_body);
+  try {
+    const std::string request = http_request_text(host, path, body);
+    if (mode == HTTP_MODE_DATAGRAM) {
+      return exchange_datagram(connection, request, peer_address, peer_port, timeout_ms,
+                               reply_body);
+    }
+    return exchange_stream(connection, request, timeout_ms, headers, reply_body);
+  } catch (const std::bad_alloc&) {
+    return -1;  // a request or reply that cannot be held fails as a receive error does
   }
-  return exchange_stream(connection, request, timeout_ms, headers, reply_body);
 }
 
 int http_post(Connection connection, std::string_view host, std::string_view path,

@@ -29,7 +29,8 @@ QUORLIN_API std::string http_request_text(std::string_view host, std::string_vie
                                           std::string_view body);
 
 /// Sends the request for `body` and reads the reply: over the stream `connection` in
-/// HTTP_MODE_STREAM, or as one datagram to peer_address:peer_port in HTTP_MODE_DATAGRAM.
+/// HTTP_MODE_STREAM, or as one datagram to peer_address:peer_port in HTTP_MODE_DATAGRAM. A
+/// request or reply that cannot be allocated gives -1.
 QUORLIN_API int http_exchange(int connection, int mode, std::string_view host,
                               std::string_view path, std::string_view body,
                               const char* peer_address, int peer_port, int timeout_ms,

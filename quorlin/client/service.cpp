@@ -6,11 +6,13 @@
 #include <algorithm>
 #include <cstdlib>
 #include <initializer_list>
+#include <new>
 #include <optional>
 #include <string>
 
 #include "quorlin/base/strings.hpp"
 #include "quorlin/client/form.hpp"
+#include "quorlin/net/owned_descriptor_internal.hpp"
 #include "quorlin/records/record_reader.hpp"
 #include "quorlin/records/record_writer.hpp"
 
@@ -26,45 +28,51 @@ struct FormArgument {
 };
 
 // The call connects on construction and builds its form only when it is connected; each kind of
-// call below returns its not-connected result itself, so that no operation needs to ask.
+// call below returns its not-connected result itself, so that no operation needs to ask. The
+// Connection is owned from the moment it exists: whatever throws while the form is built or the
+// reply read, it is closed.
 class ServiceCall {
  public:
   ServiceCall(ServiceCode code, std::initializer_list<FormArgument> arguments = {})
-      : connection_(connect_to_service()) {
-    if (connection_ < 0) return;
+      : connection_(connect_to_service(), close_service_connection) {
+    if (!connected()) return;
     form_ = form_create(SERVICE_FORM_CAPACITY);
     form_add_int(*form_, "p2pnet_command", code);
     for (const FormArgument& argument : arguments) {
       form_add_field(*form_, argument.name, argument.value);
     }
   }
-  ~ServiceCall() {
-    if (connection_ >= 0) close_service_connection(connection_);
-  }
-  ServiceCall(const ServiceCall&) = delete;
-  ServiceCall& operator=(const ServiceCall&) = delete;
 
-  bool connected() const { return connection_ >= 0; }
-  Connection connection() const { return connection_; }
+  bool connected() const { return connection_.get() >= 0; }
+  Connection connection() const { return connection_.get(); }
 
-  // Sends the form line, then `document` as a second line when given, and reads the reply.
+  // Sends the form line, then `document` as a second line when given, and reads the reply. A
+  // send that fails shows up as a reply that is missing or cut short.
   ReceivedLine exchange(int& status, const std::string* document = nullptr) {
-    form_send(connection_, form_->text);
-    if (document != nullptr) form_send(connection_, *document);
-    return receive_line(connection_, NO_TIMEOUT, status);
+    form_send(connection(), form_->text);
+    if (document != nullptr) form_send(connection(), *document);
+    return receive_line(connection(), NO_TIMEOUT, status);
   }
 
   // Ends the call now and returns the close result (for the operations that report it).
-  int close() {
-    int result = close_service_connection(connection_);
-    connection_ = -1;
-    return result;
-  }
+  int close() { return connection_.close(); }
 
  private:
-  Connection connection_;
+  // Declared before the form, so that it is closed after the form is gone.
+  OwnedDescriptor connection_;
   std::unique_ptr<Form> form_;
 };
+
+// Running out of memory fails an operation the way an unusable reply does: the call's Connection
+// is closed as the exception leaves it, and the operation gives `failure`.
+template <typename Result, typename Operation>
+Result or_if_out_of_memory(Result failure, Operation operation) {
+  try {
+    return operation();
+  } catch (const std::bad_alloc&) {
+    return failure;
+  }
+}
 
 // The "p2pnet_retval" of a parsed reply, converted as atoi does, or ERR_NO_RETVAL.
 int retval_of(const FormFields& fields) {
@@ -129,110 +137,144 @@ int close_service_connection(Connection connection) {
 }
 
 std::unique_ptr<ServiceState> get_service_state(int type) {
-  ServiceCall call(CODE_GET_SERVICE_STATE, {{"p2pnet_type", type}});
-  return document_call(call, service_state_parse);
+  return or_if_out_of_memory<std::unique_ptr<ServiceState>>(nullptr, [&] {
+    ServiceCall call(CODE_GET_SERVICE_STATE, {{"p2pnet_type", type}});
+    return document_call(call, service_state_parse);
+  });
 }
 
 int set_service_type(int type) {
-  ServiceCall call(CODE_SET_SERVICE_TYPE, {{"p2pnet_type", type}});
-  return no_reply_call(call);
+  return or_if_out_of_memory(ERR_NO_RETVAL, [&] {
+    ServiceCall call(CODE_SET_SERVICE_TYPE, {{"p2pnet_type", type}});
+    return no_reply_call(call);
+  });
 }
 
 std::unique_ptr<PeerNetworkList> get_networks(int type) {
-  ServiceCall call(CODE_GET_NETWORKS, {{"p2pnet_type", type}});
-  return document_call(call, peer_network_list_parse);
+  return or_if_out_of_memory<std::unique_ptr<PeerNetworkList>>(nullptr, [&] {
+    ServiceCall call(CODE_GET_NETWORKS, {{"p2pnet_type", type}});
+    return document_call(call, peer_network_list_parse);
+  });
 }
 
 bool get_networks_each(int type,
                        const std::function<void(std::unique_ptr<PeerNetwork> network)>& each) {
-  ServiceCall call(CODE_GET_NETWORKS, {{"p2pnet_type", type}});
-  if (!call.connected()) return false;
-  int status = 0;
-  const ReceivedLine reply = call.exchange(status);
-  return status > 0 && peer_network_list_each(reply.text(), each);
+  return or_if_out_of_memory(false, [&] {
+    ServiceCall call(CODE_GET_NETWORKS, {{"p2pnet_type", type}});
+    if (!call.connected()) return false;
+    int status = 0;
+    const ReceivedLine reply = call.exchange(status);
+    return status > 0 && peer_network_list_each(reply.text(), each);
+  });
 }
 
 std::unique_ptr<PeerNetwork> add_network(OptionalText name, const TextList& members, int type,
                                          int connection_type) {
-  ServiceCall call(CODE_ADD_NETWORK);
-  const std::string document = add_network_request_to_text(name, members, type, connection_type);
-  return document_call(call, peer_network_parse, &document);
+  return or_if_out_of_memory<std::unique_ptr<PeerNetwork>>(nullptr, [&] {
+    ServiceCall call(CODE_ADD_NETWORK);
+    const std::string document = add_network_request_to_text(name, members, type, connection_type);
+    return document_call(call, peer_network_parse, &document);
+  });
 }
 
 std::unique_ptr<PeerMember> invite_member(long network, std::string_view email) {
-  ServiceCall call(CODE_INVITE_MEMBER, {{"p2pnet_network", network}, {"p2pnet_email", email}});
-  return document_call(call, peer_member_parse);
+  return or_if_out_of_memory<std::unique_ptr<PeerMember>>(nullptr, [&] {
+    ServiceCall call(CODE_INVITE_MEMBER, {{"p2pnet_network", network}, {"p2pnet_email", email}});
+    return document_call(call, peer_member_parse);
+  });
 }
 
 int drop_network(long network) {
-  ServiceCall call(CODE_DROP_NETWORK, {{"p2pnet_network", network}});
-  return no_reply_call(call);
+  return or_if_out_of_memory(ERR_NO_RETVAL, [&] {
+    ServiceCall call(CODE_DROP_NETWORK, {{"p2pnet_network", network}});
+    return no_reply_call(call);
+  });
 }
 
 int get_connection_info(long network, std::string_view peer, PeerConnectionInfo& info) {
-  ServiceCall call(CODE_GET_CONNECTION_INFO, {{"p2pnet_network", network}, {"p2pnet_peer", peer}});
-  return form_call(call, [&](const FormFields&, int result) {
-    if (result < 0) return;
-    int status = 0;
-    const ReceivedLine second_line = receive_line(call.connection(), NO_TIMEOUT, status);
-    if (status <= 0) return;
-    if (auto parsed = peer_connection_info_parse(second_line.text())) info = *parsed;
+  return or_if_out_of_memory(ERR_NO_RETVAL, [&] {
+    ServiceCall call(CODE_GET_CONNECTION_INFO,
+                     {{"p2pnet_network", network}, {"p2pnet_peer", peer}});
+    return form_call(call, [&](const FormFields&, int result) {
+      if (result < 0) return;
+      int status = 0;
+      const ReceivedLine second_line = receive_line(call.connection(), NO_TIMEOUT, status);
+      if (status <= 0) return;
+      if (auto parsed = peer_connection_info_parse(second_line.text())) info = *parsed;
+    });
   });
 }
 
 int post_network_peer(long network, std::string_view peer) {
-  ServiceCall call(CODE_POST_NETWORK_PEER, {{"p2pnet_network", network}, {"p2pnet_peer", peer}});
-  return no_reply_call(call);
+  return or_if_out_of_memory(ERR_NO_RETVAL, [&] {
+    ServiceCall call(CODE_POST_NETWORK_PEER, {{"p2pnet_network", network}, {"p2pnet_peer", peer}});
+    return no_reply_call(call);
+  });
 }
 
 int get_local_ip(std::span<char> buffer) {
-  ServiceCall call(CODE_GET_LOCAL_IP);
-  return form_call(call, [&](const FormFields& fields, int result) {
-    const auto ip = form_get(fields, "p2pnet_local_ip");
-    if (result >= 0 && ip) copy_bounded(buffer, *ip);
+  return or_if_out_of_memory(ERR_NO_RETVAL, [&] {
+    ServiceCall call(CODE_GET_LOCAL_IP);
+    return form_call(call, [&](const FormFields& fields, int result) {
+      const auto ip = form_get(fields, "p2pnet_local_ip");
+      if (result >= 0 && ip) copy_bounded(buffer, *ip);
+    });
   });
 }
 
 int get_peer_ip(long network, std::string_view peer, std::span<char> buffer) {
-  ServiceCall call(CODE_GET_PEER_IP, {{"p2pnet_network", network}, {"p2pnet_peer", peer}});
-  return form_call(call, [&](const FormFields& fields, int result) {
-    const auto ip = form_get(fields, "p2pnet_peer_ip");
-    if (result >= 0 && ip) copy_bounded(buffer, *ip);
+  return or_if_out_of_memory(ERR_NO_RETVAL, [&] {
+    ServiceCall call(CODE_GET_PEER_IP, {{"p2pnet_network", network}, {"p2pnet_peer", peer}});
+    return form_call(call, [&](const FormFields& fields, int result) {
+      const auto ip = form_get(fields, "p2pnet_peer_ip");
+      if (result >= 0 && ip) copy_bounded(buffer, *ip);
+    });
   });
 }
 
 int send_chat_message(long network, std::string_view peer, std::string_view message) {
-  ServiceCall call(
-      CODE_SEND_CHAT_MESSAGE,
-      {{"p2pnet_network", network}, {"p2pnet_peer", peer}, {"p2pnet_chat_mesg", message}});
-  return form_call(call);
+  return or_if_out_of_memory(ERR_NO_RETVAL, [&] {
+    ServiceCall call(
+        CODE_SEND_CHAT_MESSAGE,
+        {{"p2pnet_network", network}, {"p2pnet_peer", peer}, {"p2pnet_chat_mesg", message}});
+    return form_call(call);
+  });
 }
 
 int receive_chat_message(long network, std::string_view peer, std::span<char> buffer) {
-  ServiceCall call(CODE_RECEIVE_CHAT_MESSAGE, {{"p2pnet_network", network}, {"p2pnet_peer", peer}});
-  return form_call(call, [&](const FormFields& fields, int) {
-    const auto message = form_get(fields, "p2pnet_chat_mesg");
-    if (form_get(fields, "p2pnet_retval") && message) copy_bounded(buffer, *message);
+  return or_if_out_of_memory(ERR_NO_RETVAL, [&] {
+    ServiceCall call(CODE_RECEIVE_CHAT_MESSAGE,
+                     {{"p2pnet_network", network}, {"p2pnet_peer", peer}});
+    return form_call(call, [&](const FormFields& fields, int) {
+      const auto message = form_get(fields, "p2pnet_chat_mesg");
+      if (form_get(fields, "p2pnet_retval") && message) copy_bounded(buffer, *message);
+    });
   });
 }
 
 std::unique_ptr<NotificationList> get_notifications(int type) {
-  ServiceCall call(CODE_GET_NOTIFICATIONS, {{"p2pnet_type", type}});
-  return document_call(call, notification_list_parse);
+  return or_if_out_of_memory<std::unique_ptr<NotificationList>>(nullptr, [&] {
+    ServiceCall call(CODE_GET_NOTIFICATIONS, {{"p2pnet_type", type}});
+    return document_call(call, notification_list_parse);
+  });
 }
 
 int set_shares(long network, int share_type, const ShareList& shares) {
-  ServiceCall call(CODE_SET_SHARES,
-                   {{"p2pnet_network", network}, {"p2pnet_share_type", share_type}});
-  const std::string document = share_list_to_text(shares);
-  no_reply_call(call, &document);
+  or_if_out_of_memory(0, [&] {
+    ServiceCall call(CODE_SET_SHARES,
+                     {{"p2pnet_network", network}, {"p2pnet_share_type", share_type}});
+    const std::string document = share_list_to_text(shares);
+    return no_reply_call(call, &document);
+  });
   return 0;  // whether or not the service was reached
 }
 
 int set_connection_type(int type, int connection_type) {
-  ServiceCall call(CODE_SET_CONNECTION_TYPE,
-                   {{"p2pnet_type", type}, {"p2pnet_conn_type", connection_type}});
-  return no_reply_call(call);
+  return or_if_out_of_memory(ERR_NO_RETVAL, [&] {
+    ServiceCall call(CODE_SET_CONNECTION_TYPE,
+                     {{"p2pnet_type", type}, {"p2pnet_conn_type", connection_type}});
+    return no_reply_call(call);
+  });
 }
 
 }  // namespace quorlin

@@ -6,9 +6,11 @@
 /// Results: integer operations give ERR_SERVICE_UNREACHABLE (-400), ERR_NO_RETVAL (-601) or the
 /// service's "p2pnet_retval"; operations that want no reply give -1 (not connected) or the close
 /// result; record operations give null unless the reply line ended with LF and held the expected
-/// document. Replies are awaited without a time-out. Values copied into caller buffers are cut to
-/// the buffer and always NUL-terminated. Nothing is printed; calls share no state, so several
-/// threads may call at once.
+/// document. An operation that cannot allocate fails as one with an unusable reply does: null,
+/// or ERR_NO_RETVAL from every integer operation but set_shares (always 0); its Connection is
+/// closed all the same. Replies are awaited without a time-out. Values copied into caller buffers
+/// are cut to the buffer and always NUL-terminated. Nothing is printed; calls share no state, so
+/// several threads may call at once.
 #ifndef QUORLIN_CLIENT_SERVICE_HPP
 #define QUORLIN_CLIENT_SERVICE_HPP
 

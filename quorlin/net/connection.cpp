@@ -5,12 +5,13 @@
 
 #include <arpa/inet.h>
 #include <netinet/in.h>
-#include <poll.h>
 #include <unistd.h>
 
 #include <cstdio>
 
 #include "quorlin/net/net.hpp"
+#include "quorlin/net/owned_descriptor_internal.hpp"
+#include "quorlin/net/wait_internal.hpp"
 
 namespace quorlin {
 namespace {
@@ -18,13 +19,6 @@ namespace {
 // Whether a connection goes through the process-wide proxy rather than straight to its target.
 bool routes_through_proxy(bool datagram, bool proxy_allowed) {
   return !datagram && proxy_allowed && proxy_enabled() && net_proxy_settings() != nullptr;
-}
-
-// One poll step: whether `descriptor` became readable (or closed) within RECV_POLL_STEP_MS.
-// poll rather than select, so that descriptors above FD_SETSIZE are safe.
-bool readable_within_step(int descriptor) {
-  pollfd watched{descriptor, POLLIN, 0};
-  return poll(&watched, 1, RECV_POLL_STEP_MS) > 0 && watched.revents != 0;
 }
 
 long recv_untimed(Connection connection, char* buffer, long length, int& status) {
@@ -44,7 +38,7 @@ long recv_untimed(Connection connection, char* buffer, long length, int& status)
 long recv_timed(Connection connection, char* buffer, long length, int timeout_ms, int& status) {
   long wanted = length;
   for (int elapsed = 0; elapsed <= timeout_ms && wanted > 0; elapsed += RECV_POLL_STEP_MS) {
-    if (!readable_within_step(connection)) continue;
+    if (!readable_within_steps(connection, 0)) continue;
     ssize_t got = recv(connection, buffer, wanted, 0);  // at the start, by contract
     if (got < 1) {
       status = static_cast<int>(got);
@@ -116,25 +110,24 @@ Connection connection_open_ex(int source_port, const char* host, int port, int t
   if (routes_through_proxy(datagram, proxy_allowed)) {
     result = proxy_connect(*net_proxy_settings(), source_port, host, port);
   } else {
-    int descriptor = socket_open_any(source_port, datagram);
-    if (descriptor < 0) {
+    OwnedDescriptor descriptor(socket_open_any(source_port, datagram));
+    if (descriptor.get() < 0) {
       net_error("Could not bind socket\n");
       return -1;
     }
     if (time_to_live != 0) {
-      setsockopt(descriptor, IPPROTO_IP, IP_TTL, &time_to_live, sizeof time_to_live);
+      setsockopt(descriptor.get(), IPPROTO_IP, IP_TTL, &time_to_live, sizeof time_to_live);
     }
     if (keep_alive && !datagram) {
       int on = 1;
-      setsockopt(descriptor, SOL_SOCKET, SO_KEEPALIVE, &on, sizeof on);
+      setsockopt(descriptor.get(), SOL_SOCKET, SO_KEEPALIVE, &on, sizeof on);
     }
     net_trace("SOURCE PORT %d\n", source_port);
-    if (socket_connect(descriptor, host, port, datagram, proxy_allowed) != 0) {
+    if (socket_connect(descriptor.get(), host, port, datagram, proxy_allowed) != 0) {
       net_error("Could not connect to server\n");
-      close(descriptor);
-      return -2;
+      return -2;  // closed plainly, with no shutdown and no closing trace
     }
-    result = descriptor;
+    result = descriptor.release();
   }
   if (result >= 1) net_trace("Opened connection\n");
   return result;
@@ -177,7 +170,7 @@ long send_all(Connection connection, const void* bytes, long length) {
   const char* next = static_cast<const char*>(bytes);
   long sent = 0;
   while (length - sent >= 1) {
-    ssize_t result = send(connection, next + sent, length - sent, 0);
+    ssize_t result = send(connection, next + sent, length - sent, MSG_NOSIGNAL);
     if (result < 1) break;
     sent += result;
   }
@@ -187,9 +180,9 @@ long send_all(Connection connection, const void* bytes, long length) {
 long send_datagram(int descriptor, const void* bytes, long length, const sockaddr* destination,
                    socklen_t destination_length) {
   if (destination != nullptr) {
-    return sendto(descriptor, bytes, length, 0, destination, destination_length);
+    return sendto(descriptor, bytes, length, MSG_NOSIGNAL, destination, destination_length);
   }
-  return send(descriptor, bytes, length, 0);
+  return send(descriptor, bytes, length, MSG_NOSIGNAL);
 }
 
 long recv_exact(Connection connection, void* buffer, long length, int timeout_ms, int& status) {
@@ -213,11 +206,7 @@ std::unique_ptr<char[]> recv_datagram(int descriptor, long& length, sockaddr* so
   auto buffer = recv_buffer_new(DATAGRAM_BUFFER_SIZE);
   length = 0;
   if (timeout_ms != NO_TIMEOUT) {
-    bool readable = false;
-    for (int elapsed = 0; elapsed <= timeout_ms && !readable; elapsed += RECV_POLL_STEP_MS) {
-      readable = readable_within_step(descriptor);
-    }
-    if (!readable) return buffer;
+    if (!readable_within_steps(descriptor, timeout_ms)) return buffer;
   }
   length = recvfrom(descriptor, buffer.get(), DATAGRAM_BUFFER_SIZE, 0, source, source_length);
   return buffer;

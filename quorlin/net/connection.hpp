@@ -7,7 +7,8 @@
 /// created with linger on and a time of 0, so that closing resets instead of lingering. Traces
 /// and errors go through the log under net_log_level; failed system calls named below report
 /// through perror whatever the threshold. Nothing here holds state: several threads may use
-/// different connections at once.
+/// different connections at once. No send raises SIGPIPE: a peer that has gone makes the send
+/// fail (-1), and the process keeps its own SIGPIPE disposition.
 #ifndef QUORLIN_NET_CONNECTION_HPP
 #define QUORLIN_NET_CONNECTION_HPP
 

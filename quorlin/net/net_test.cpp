@@ -9,6 +9,7 @@
 
 #include <atomic>
 #include <cerrno>
+#include <csignal>
 #include <cstring>
 #include <string>
 #include <tuple>
@@ -119,6 +120,25 @@ TEST(RecvExact, StatusAndCountTable) {
     close(ends[0]);
     close(ends[1]);
   }
+}
+
+// A peer that has gone makes a send fail, with SIGPIPE at its default: the process goes on.
+// Over TCP the first send after the peer's close is answered by a reset; the next one fails.
+TEST(Send, APeerThatHasGoneFailsTheSendNotTheProcess) {
+  std::signal(SIGPIPE, SIG_DFL);
+  ScriptedServer server([](int) {});  // closes at once
+  const Connection connection = connection_open(0, "127.0.0.1", server.port());
+  ASSERT_TRUE(server.wait_served_more_than(0));
+  const std::string megabyte(1 << 20, 'x');
+  send_all(connection, megabyte.data(), static_cast<long>(megabyte.size()));
+  EXPECT_EQ(send_all(connection, "x", 1), 0);
+  connection_close(connection);
+  int ends[2];
+  socketpair(AF_UNIX, SOCK_STREAM, 0, ends);
+  close(ends[1]);
+  EXPECT_EQ(send_datagram(ends[0], "x", 1, nullptr, 0), -1);
+  EXPECT_EQ(atomic_out(ends[0], "x", 1), -1);
+  close(ends[0]);
 }
 
 // Results and what is printed: traces only at threshold 0, the connect errors at 4 and below, the

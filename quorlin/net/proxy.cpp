@@ -15,6 +15,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <new>
 #include <string>
 #include <vector>
 
@@ -178,7 +179,7 @@ __attribute__((format(printf, 2, 3))) bool send_header(int descriptor, const cha
   va_end(arguments);
   if (length < 0) return false;
   std::size_t size = std::min<std::size_t>(length, sizeof text - 1);
-  return send(descriptor, text, size, 0) != -1;
+  return send(descriptor, text, size, MSG_NOSIGNAL) != -1;
 }
 
 // Reads one byte at a time up to LF (kept) or 1023 bytes, so nothing after the line is
@@ -330,7 +331,13 @@ int proxy_connect(const ProxySettings& settings, int existing, int source_port, 
     if (existing == 0) close(descriptor);
     return kFailed;
   }
-  if (!negotiate(descriptor, settings, host, port)) {
+  bool negotiated = false;
+  try {
+    negotiated = negotiate(descriptor, settings, host, port);
+  } catch (const std::bad_alloc&) {
+    // A packet that cannot be built is a failed negotiation.
+  }
+  if (!negotiated) {
     close(descriptor);
     return kFailed;
   }
@@ -346,7 +353,7 @@ long atomic_out(int descriptor, const void* buffer, long size) {
   PROXY_REQUIRE(0 <= size, "0<=size");
   const char* bytes = static_cast<const char*>(buffer);
   for (long sent = 0; sent < size;) {
-    ssize_t result = send(descriptor, bytes + sent, size - sent, 0);
+    ssize_t result = send(descriptor, bytes + sent, size - sent, MSG_NOSIGNAL);
     if (result == -1) return kFailed;
     sent += result;  // 0: try again
   }

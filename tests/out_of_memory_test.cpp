@@ -1,0 +1,171 @@
+// Running out of memory, one allocation at a time: each operation and command either does what
+// it does with memory to spare or fails as it does on an unusable reply. Nothing aborts, no
+// descriptor stays open, nothing is half-printed.
+#include <gtest/gtest.h>
+
+#include <unistd.h>
+
+#include <chrono>
+#include <cstdio>
+#include <cstdlib>
+#include <new>
+#include <string>
+#include <thread>
+
+#include "quorlin/cli/commands.hpp"
+#include "quorlin/client/service.hpp"
+#include "tests/support/peers.hpp"
+#include "tools/service_simulator/service_simulator.hpp"
+
+namespace {
+
+// Allocations of the calling thread count down to the one that fails; the simulator's threads
+// never fail. -1: none fails.
+thread_local long allocations_before_failure = -1;
+thread_local bool failure_injected = false;
+
+}  // namespace
+
+void* operator new(std::size_t size) {
+  if (allocations_before_failure == 0) {
+    allocations_before_failure = -1;
+    failure_injected = true;
+    throw std::bad_alloc();
+  }
+  if (allocations_before_failure > 0) --allocations_before_failure;
+  if (void* memory = std::malloc(size == 0 ? 1 : size)) return memory;
+  throw std::bad_alloc();
+}
+
+void operator delete(void* memory) noexcept {
+  std::free(memory);
+}
+
+void operator delete(void* memory, std::size_t) noexcept {
+  std::free(memory);
+}
+
+namespace quorlin {
+namespace {
+
+// The allocation after `count` more fails while this exists; -1 lets all succeed.
+class FailingAllocation {
+ public:
+  explicit FailingAllocation(long count) {
+    failure_injected = false;
+    allocations_before_failure = count;
+  }
+  ~FailingAllocation() { allocations_before_failure = -1; }
+};
+
+// Whether the descriptor count comes back to `count` (the service closes its end a little
+// after the operation has returned).
+bool descriptors_return_to(int count) {
+  for (int wait = 0; wait < 200 && testing::open_descriptor_count() != count; ++wait) {
+    std::this_thread::sleep_for(std::chrono::milliseconds(10));
+  }
+  return testing::open_descriptor_count() == count;
+}
+
+// Runs `run(n)` with no allocation failing (n = -1), then with the first, second, ... failing
+// until a run ends before its failing allocation: each result is the first run's or `failure`.
+template <typename Run, typename Result>
+void fails_cleanly_at_each_allocation(const char* name, Run run, const Result& failure) {
+  const Result normal = run(-1);
+  for (long n = 0;; ++n) {
+    SCOPED_TRACE(std::string(name) + ", allocation " + std::to_string(n));
+    const int descriptors = testing::open_descriptor_count();
+    const Result result = run(n);
+    EXPECT_TRUE(result == normal || result == failure) << result;
+    EXPECT_TRUE(descriptors_return_to(descriptors));
+    if (!failure_injected) return;
+  }
+}
+
+// What `command` writes to standard output and standard error, run with allocation `n` failing.
+std::string printed_by(void (*command)(), long n) {
+  std::fflush(stdout);
+  FILE* sink = std::tmpfile();
+  const int saved_out = dup(1);
+  const int saved_err = dup(2);
+  dup2(fileno(sink), 1);
+  dup2(fileno(sink), 2);
+  const auto restore = [&] {
+    std::fflush(stdout);
+    dup2(saved_out, 1);
+    dup2(saved_err, 2);
+    close(saved_out);
+    close(saved_err);
+  };
+  try {
+    FailingAllocation failing(n);
+    command();
+  } catch (...) {
+    restore();  // so that the test can report what escaped
+    std::fclose(sink);
+    throw;
+  }
+  restore();
+  std::string text(static_cast<std::size_t>(ftell(sink)), '\0');
+  rewind(sink);
+  text.resize(std::fread(text.data(), 1, text.size(), sink));
+  std::fclose(sink);
+  return text;
+}
+
+TEST(OutOfMemory, EachOperationAndCommandFailsCleanly) {
+  simulator::ServiceSimulator service;
+  ASSERT_TRUE(service.start()) << "port 7000 is taken";
+  fails_cleanly_at_each_allocation(
+      "get_networks",
+      [](long n) {
+        FailingAllocation failing(n);
+        return get_networks(0) != nullptr;
+      },
+      false);
+  const std::string address = std::string(100, 'a') + "@example.org";
+  fails_cleanly_at_each_allocation(
+      "invite_member",
+      [&](long n) {
+        FailingAllocation failing(n);
+        return invite_member(2, address) != nullptr;
+      },
+      false);
+  TextList members;
+  list_append(members, Text("alice"));
+  fails_cleanly_at_each_allocation(
+      "add_network",
+      [&](long n) {
+        FailingAllocation failing(n);
+        return add_network("n", members, 0, 1) != nullptr;
+      },
+      false);
+  fails_cleanly_at_each_allocation(
+      "get_connection_info",
+      [](long n) {
+        PeerConnectionInfo info{};
+        FailingAllocation failing(n);
+        return get_connection_info(1, "alice", info);
+      },
+      -601);
+  fails_cleanly_at_each_allocation(
+      "drop_network",
+      [](long n) {
+        FailingAllocation failing(n);
+        return drop_network(17);
+      },
+      -601);
+  fails_cleanly_at_each_allocation(
+      "list", [](long n) { return printed_by([] { cmd_list(0); }, n); },
+      std::string("quorlinadmin: Call get_networks failed\n"));
+  fails_cleanly_at_each_allocation(
+      "drop",
+      [&](long n) {
+        service.reset();
+        return printed_by([] { cmd_drop(); }, n);
+      },
+      std::string("quorlinadmin:Drop networks fail: call get_networks failed\nfail"));
+}
+
+}  // namespace
+}  // namespace quorlin
