@@ -13,6 +13,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <csignal>
 #include <cstring>
 
@@ -32,6 +33,24 @@ namespace {
 
 constexpr int kNetworks = 11'800;  // five members each: about 16 MB as the simulator writes them
 
+// The files the benchmarks write in /tmp. Ctrl-C (or a kill) ends the process without its static
+// destructors, so a handler removes them first: the 16 MB document here, the callgrind profile
+// in the launcher (below), which outlives the run it waits for.
+constexpr char kDocumentPath[] = "/tmp/quorlin-bench-networks.xml";
+constexpr char kProfilePath[] = "/tmp/quorlin-bench-callgrind.out";
+
+extern "C" void remove_document_and_stop(int signal) {
+  unlink(kDocumentPath);
+  raise(signal);  // the default action again (SA_RESETHAND), once this handler returns
+}
+
+void remove_document_on_signals() {
+  struct sigaction action {};
+  action.sa_handler = remove_document_and_stop;
+  action.sa_flags = SA_RESETHAND;
+  for (const int signal : {SIGINT, SIGTERM, SIGHUP}) sigaction(signal, &action, nullptr);
+}
+
 struct Fixture {
   Fixture()
       : service({.port = quorlin::SERVICE_PORT,
@@ -42,7 +61,8 @@ struct Fixture {
       std::exit(1);
     }
     auto networks = quorlin::simulator::seed_networks(kNetworks);
-    document_path = "/tmp/quorlin-bench-networks.xml";
+    document_path = kDocumentPath;
+    remove_document_on_signals();
     std::ofstream(document_path) << quorlin::peer_network_list_to_text(*networks) << '\n';
     document_bytes = quorlin::peer_network_list_to_text(*networks).size();
   }
@@ -63,9 +83,14 @@ struct ChildUse {
   double peak_mb = 0;
 };
 
+volatile std::sig_atomic_t launcher_interrupted = 0;
+
+extern "C" void note_interruption(int) { launcher_interrupted = 1; }
+
 // Runs a program with its output discarded and returns its own resource use (wait4), so that
 // the serving side in this process is not counted. A program ended by Ctrl-C ends the
-// benchmark too: the whole foreground group got the signal.
+// benchmark too: the whole foreground group got the signal. The launcher outlives the program
+// so as to remove the profile callgrind writes as it ends.
 ChildUse run_and_measure(char* const* argv) {
   const pid_t pid = fork();
   if (pid == 0) {
@@ -77,8 +102,17 @@ ChildUse run_and_measure(char* const* argv) {
   }
   int status = 0;
   rusage usage{};
-  if (pid < 0 || wait4(pid, &status, 0, &usage) != pid) return {};
-  if (WIFSIGNALED(status) && WTERMSIG(status) == SIGINT) std::exit(130);
+  pid_t waited = -1;
+  if (pid > 0) {
+    do {
+      waited = wait4(pid, &status, 0, &usage);
+    } while (waited < 0 && errno == EINTR);
+  }
+  if (launcher_interrupted != 0 || (WIFSIGNALED(status) && WTERMSIG(status) == SIGINT)) {
+    unlink(kProfilePath);
+    _exit(130);
+  }
+  if (waited != pid) return {};
   const auto seconds = [](timeval time) { return time.tv_sec + time.tv_usec / 1e6; };
   return {.ran = WIFEXITED(status) && WEXITSTATUS(status) != 127,
           .cpu_seconds = seconds(usage.ru_utime) + seconds(usage.ru_stime),
@@ -98,6 +132,11 @@ class Launcher {
       // the benchmark ends, however it ends.
       close(requests_[1]);
       close(answers_[0]);
+      // Ctrl-C reaches this process too: it notes it, waits for the program it runs to end,
+      // removes what that program left, and ends.
+      struct sigaction action {};
+      action.sa_handler = note_interruption;
+      for (const int signal : {SIGINT, SIGTERM, SIGHUP}) sigaction(signal, &action, nullptr);
       serve();
       _exit(0);
     }
@@ -183,7 +222,7 @@ void BM_QuorlinadminListInstructions(benchmark::State& state) {
     return;
   }
   fixture();
-  const std::string profile = "/tmp/quorlin-bench-callgrind.out";
+  const std::string profile = kProfilePath;
   for (auto _ : state) {
     run_child({valgrind, "--tool=callgrind", "--callgrind-out-file=" + profile, QUORLINADMIN_PATH,
                "list"});
