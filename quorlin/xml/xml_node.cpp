@@ -84,8 +84,9 @@ void XmlTree::drop_last_child(XmlNode& parent) {
 }
 
 std::unique_ptr<XmlNode> xml_node_new(std::string_view name) {
-  auto* document = new XmlDocument;
+  auto document = std::make_unique<XmlDocument>();
   XmlChild* holder = XmlTree::new_element(*document, document->copy_text(name));
+  document.release();  // the root owns its document from here on
   return std::unique_ptr<XmlNode>(&holder->item);
 }
 
