@@ -1,5 +1,6 @@
 // The proxy tunnel. Each attempt connects to the proxy, then negotiates by the settings' type;
-// each packet is built byte by byte below in the order it goes on the wire. Failures close the
+// each protocol's packets are drawn once above its code (field, width in bytes, value) and built
+// in that order. Failures close the
 // descriptor the tunnel used and return -1; nothing is logged.
 #include "quorlin/net/proxy.hpp"
 
@@ -15,6 +16,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <iterator>
 #include <new>
 #include <string>
 #include <vector>
@@ -89,86 +91,127 @@ int new_proxy_socket(int source_port) {
 }
 
 // --- SOCKS4 with the 4a host-name form ---
+//
+//   request:  VER 1 (4) | CMD 1 (1 connect) | DSTPORT 2 (high byte first)
+//             | DSTIP 4 (0.0.0.1: a host name follows) | USERID n, 0 | HOST n, 0
+//   reply:    VN 1 (0) | REP 1 (90 granted) | DSTPORT 2 | DSTIP 4
+
+constexpr unsigned char kSocks4Version = 4;
+constexpr unsigned char kSocksConnect = 1;  // the CONNECT command, in SOCKS4 and SOCKS5 alike
+constexpr unsigned char kSocks4HostNameFollows[] = {0, 0, 0, 1};
+constexpr unsigned char kSocks4Granted = 90;
+constexpr std::size_t kSocks4ReplySize = 8;
 
 bool negotiate_socks4(int descriptor, const ProxySettings& settings, const char* host, int port) {
   if (!settings.user) return false;
-  Bytes request;
-  request.push_back(4);  // version
-  request.push_back(1);  // command: connect
+  Bytes request{kSocks4Version, kSocksConnect};
   append_port(request, port);
-  for (unsigned char byte : {0, 0, 0, 1}) request.push_back(byte);  // 0.0.0.1: a name follows
+  request.insert(request.end(), std::begin(kSocks4HostNameFollows),
+                 std::end(kSocks4HostNameFollows));
   append_text(request, *settings.user);
   request.push_back(0);
   append_text(request, host);
   request.push_back(0);
-  // Reply: version 0, status (90 granted), port (2), address (4).
-  unsigned char reply[8] = {};
-  send_packet(descriptor, request);
+  unsigned char reply[kSocks4ReplySize] = {};
+  send_packet(descriptor, request);  // neither result decides: the reply byte does
   receive(descriptor, reply, sizeof reply);
-  return reply[1] == 90;
+  return reply[1] == kSocks4Granted;
 }
 
 // --- SOCKS5 ---
+//
+//   greeting:        VER 1 (5) | NMETHODS 1 | METHODS NMETHODS (0 none; 2 user/password)
+//   greeting reply:  VER 1 (5) | METHOD 1 (255: none acceptable)
+//   user/password:   VER 1 (1) | ULEN 1 | UNAME ULEN | PLEN 1 | PASSWD PLEN
+//   its reply:       VER 1 | STATUS 1 (0 success)
+//   request:         VER 1 (5) | CMD 1 (1 connect) | RSV 1 (0) | ATYP 1 (3 domain name)
+//                    | LEN 1 | HOST LEN | DSTPORT 2 (high byte first)
+//   reply:           VER 1 | REP 1 (0 succeeded) | RSV 1 | ATYP 1 | BND.ADDR | BND.PORT 2
+//   BND.ADDR by ATYP: 1 IPv4, 4 bytes; 3 domain name, a length byte and that many; 4 IPv6, 16
+
+constexpr unsigned char kSocks5Version = 5;
+constexpr unsigned char kMethodNone = 0;
+constexpr unsigned char kMethodUserPassword = 2;
+constexpr unsigned char kNoAcceptableMethod = 255;
+constexpr unsigned char kUserPasswordVersion = 1;
+constexpr unsigned char kSocks5Succeeded = 0;
+constexpr unsigned char kAddressIpv4 = 1;
+constexpr unsigned char kAddressDomainName = 3;
+constexpr unsigned char kAddressIpv6 = 4;
+constexpr long kPortSize = 2;
 
 bool socks5_greet(int descriptor, const ProxySettings& settings, unsigned char& method) {
-  Bytes greeting{5};  // version
+  Bytes greeting{kSocks5Version};
   if (settings.user) {
-    greeting.insert(greeting.end(), {2, 0, 2});  // two methods: none, user/password
+    greeting.insert(greeting.end(), {2, kMethodNone, kMethodUserPassword});
   } else {
-    greeting.insert(greeting.end(), {1, 0});  // one method: none
+    greeting.insert(greeting.end(), {1, kMethodNone});
   }
-  unsigned char reply[2];  // version, chosen method
+  unsigned char reply[2];
   if (!send_packet(descriptor, greeting) || !receive(descriptor, reply, 2)) return false;
   method = reply[1];
-  return reply[0] == 5 && method < 255;
+  return reply[0] == kSocks5Version && method < kNoAcceptableMethod;
 }
 
 bool socks5_authenticate(int descriptor, const ProxySettings& settings) {
   std::string_view user = *settings.user;
   std::string_view password = settings.password ? std::string_view(*settings.password) : "";
-  Bytes request{1};  // sub-negotiation version
+  Bytes request{kUserPasswordVersion};
   request.push_back(static_cast<unsigned char>(user.size()));
   append_text(request, user);
   request.push_back(static_cast<unsigned char>(password.size()));
   append_text(request, password);
-  unsigned char reply[2];  // version, status (0 success)
-  return send_packet(descriptor, request) && receive(descriptor, reply, 2) && reply[1] == 0;
+  unsigned char reply[2];
+  return send_packet(descriptor, request) && receive(descriptor, reply, 2) &&
+         reply[1] == kSocks5Succeeded;
 }
 
 bool socks5_drain_bound_address(int descriptor, unsigned char address_type) {
-  unsigned char drained[255 + 2];
+  unsigned char drained[255 + kPortSize];
   long size = 0;
-  if (address_type == 3) {  // domain name: length byte, name, port
+  if (address_type == kAddressDomainName) {
     unsigned char length;
     if (!receive(descriptor, &length, 1)) return false;
-    size = length + 2;
-  } else if (address_type == 4) {  // IPv6 address, port
-    size = 16 + 2;
-  } else if (address_type == 1) {  // IPv4 address, port
-    size = 4 + 2;
+    size = length + kPortSize;
+  } else if (address_type == kAddressIpv6) {
+    size = 16 + kPortSize;
+  } else if (address_type == kAddressIpv4) {
+    size = 4 + kPortSize;
   }
-  return size == 0 || receive(descriptor, drained, size);
+  return size == 0 || receive(descriptor, drained, size);  // another type: nothing to drain
 }
 
 bool negotiate_socks5(int descriptor, const ProxySettings& settings, const char* host, int port) {
   unsigned char method;
   if (!socks5_greet(descriptor, settings, method)) return false;
-  if (method != 0) {
-    if (method != 2 || !settings.user || !socks5_authenticate(descriptor, settings)) return false;
+  if (method != kMethodNone) {
+    if (method != kMethodUserPassword || !settings.user ||
+        !socks5_authenticate(descriptor, settings)) {
+      return false;
+    }
   }
   std::string_view target = host;
-  Bytes request{5, 1, 0, 3};  // version, connect, reserved, address type: domain name
+  Bytes request{kSocks5Version, kSocksConnect, 0, kAddressDomainName};
   request.push_back(static_cast<unsigned char>(target.size()));
   append_text(request, target);
   append_port(request, port);
-  unsigned char reply[4];  // version, reply (0 succeeded), reserved, address type
-  if (!send_packet(descriptor, request) || !receive(descriptor, reply, 4) || reply[1] != 0) {
+  unsigned char reply[4];
+  if (!send_packet(descriptor, request) || !receive(descriptor, reply, 4) ||
+      reply[1] != kSocks5Succeeded) {
     return false;
   }
   return socks5_drain_bound_address(descriptor, reply[3]);
 }
 
 // --- HTTP CONNECT ---
+//
+//   request:  "CONNECT host:port HTTP/1.0" CRLF ["Proxy-Authorization: Basic " base64 CRLF] CRLF
+//   reply:    status line ("HTTP/1.x 200 ..." opens the tunnel) CRLF, header lines CRLF, CRLF
+//   A 401 or 407 without our credentials brings challenge lines, which are read and dropped.
+
+constexpr int kHttpOk = 200;
+constexpr int kHttpUnauthorized = 401;
+constexpr int kHttpProxyAuthenticationRequired = 407;
 
 // One send of the formatted text; a short send is not retried.
 __attribute__((format(printf, 2, 3))) bool send_header(int descriptor, const char* format, ...) {
@@ -210,7 +253,8 @@ bool skip_proxy_headers(int descriptor) {
 // Reads the challenge lines of a 401/407. The tunnel answers no challenge, so this only consumes
 // the header; a challenge line without a scheme ends the reading.
 void read_challenge(int descriptor, int code) {
-  const std::string_view wanted = code == 401 ? "www-authenticate:" : "proxy-authenticate:";
+  const std::string_view wanted =
+      code == kHttpUnauthorized ? "www-authenticate:" : "proxy-authenticate:";
   std::string line;
   while (read_proxy_line(descriptor, line) && !line.empty() && line != "\r\n") {
     for (char& c : line) c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
@@ -242,8 +286,9 @@ bool negotiate_http(int descriptor, const ProxySettings& settings, const char* h
   std::size_t space = status_line.find(' ');
   if (space == std::string::npos) return false;
   int code = std::atoi(status_line.c_str() + space + 1);
-  if (code == 200) return skip_proxy_headers(descriptor);
-  if ((code == 401 || code == 407) && !settings.user) read_challenge(descriptor, code);
+  if (code == kHttpOk) return skip_proxy_headers(descriptor);
+  const bool challenged = code == kHttpUnauthorized || code == kHttpProxyAuthenticationRequired;
+  if (challenged && !settings.user) read_challenge(descriptor, code);
   return false;
 }
 
