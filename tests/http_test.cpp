@@ -108,6 +108,17 @@ TEST(HttpPost, ScriptedReplies) {
     ASSERT_TRUE(server.wait_served_more_than(0));
     EXPECT_EQ(request, http_request_text("example.org", "/p", "a=1")) << c.name;
   }
+
+  // A request that cannot be sent ends the exchange with the send's result, though a reply
+  // comes: nothing is read.
+  testing::ScriptedServer server(
+      testing::answer_one_line("HTTP/1.1 200 OK\r\nContent-Length: 2\r\n\r\nok"));
+  const Connection connection = connection_open(0, "127.0.0.1", server.port());
+  shutdown(connection, SHUT_WR);
+  std::string body = "untouched";
+  EXPECT_EQ(http_post(connection, "example.org", "/p", "a=1", -1, nullptr, &body), 0);
+  EXPECT_EQ(body, "untouched");
+  connection_close(connection);
 }
 
 }  // namespace

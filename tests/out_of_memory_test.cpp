@@ -1,6 +1,6 @@
-// Running out of memory, one allocation at a time: each operation and command either does what
-// it does with memory to spare or fails as it does on an unusable reply. Nothing aborts, no
-// descriptor stays open, nothing is half-printed.
+// The commands in this process, and running out of memory one allocation at a time: each
+// operation and command either does what it does with memory to spare or fails as it does on an
+// unusable reply. Nothing aborts, no descriptor stays open, nothing is half-printed.
 #include <gtest/gtest.h>
 
 #include <unistd.h>
@@ -26,7 +26,8 @@ thread_local bool failure_injected = false;
 
 }  // namespace
 
-void* operator new(std::size_t size) {
+// Out of line, so that the compiler does not pair malloc and free across a call it can see.
+[[gnu::noinline]] void* operator new(std::size_t size) {
   if (allocations_before_failure == 0) {
     allocations_before_failure = -1;
     failure_injected = true;
@@ -37,11 +38,11 @@ void* operator new(std::size_t size) {
   throw std::bad_alloc();
 }
 
-void operator delete(void* memory) noexcept {
+[[gnu::noinline]] void operator delete(void* memory) noexcept {
   std::free(memory);
 }
 
-void operator delete(void* memory, std::size_t) noexcept {
+[[gnu::noinline]] void operator delete(void* memory, std::size_t) noexcept {
   std::free(memory);
 }
 
@@ -61,7 +62,7 @@ class FailingAllocation {
 // Whether the descriptor count comes back to `count` (the service closes its end a little
 // after the operation has returned).
 bool descriptors_return_to(int count) {
-  for (int wait = 0; wait < 200 && testing::open_descriptor_count() != count; ++wait) {
+  for (int wait = 0; wait < 1000 && testing::open_descriptor_count() != count; ++wait) {
     std::this_thread::sleep_for(std::chrono::milliseconds(10));
   }
   return testing::open_descriptor_count() == count;
@@ -165,6 +166,16 @@ TEST(OutOfMemory, EachOperationAndCommandFailsCleanly) {
         return printed_by([] { cmd_drop(); }, n);
       },
       std::string("quorlinadmin:Drop networks fail: call get_networks failed\nfail"));
+}
+
+// A missing argument, which the command line never passes, is refused by create and invite
+// with the same message.
+TEST(Commands, CreateAndInviteRefuseAMissingArgument) {
+  const std::string refused =
+      "quorlinadmin:CreateNetwork: argument list is incorrect. Network is not created\nfail";
+  EXPECT_EQ(printed_by([] { cmd_create("alice", nullptr); }, -1), refused);
+  EXPECT_EQ(printed_by([] { cmd_create(nullptr, "bob"); }, -1), refused);
+  EXPECT_EQ(printed_by([] { cmd_invite("1", nullptr); }, -1), refused);
 }
 
 }  // namespace

@@ -4,9 +4,11 @@
 // with no descriptor of ours left open.
 #include <gtest/gtest.h>
 
+#include <netinet/in.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <chrono>
 #include <memory>
 #include <string>
@@ -138,8 +140,11 @@ std::vector<ScriptCase> cases() {
       {"http 407 with challenge headers", 3u, nullptr, {{kConnect + "\r\n",
           "HTTP/1.0 407 Proxy Authentication Required\r\nProxy-Authenticate: Basic "
           "realm=\"q\"\r\nProxy-Authenticate: Digest x\r\n\r\n"}}, false},
+      // With a user set, a challenge is not read: the tunnel fails at once, though the proxy
+      // holds the connection after the challenge line.
       {"http 401 with a user set", 4u, "alice", {{kConnect + kAuth,
-          "HTTP/1.0 401 Unauthorized\r\nWWW-Authenticate: Basic realm=\"q\"\r\n\r\n"}}, false},
+          "HTTP/1.0 401 Unauthorized\r\nWWW-Authenticate: Basic realm=\"q\"\r\n"}}, false,
+          false, true},
       // A challenge without its parameters ends the reading: the proxy need not close.
       {"http 401 challenge without a parameter", 4u, nullptr, {{kConnect + "\r\n",
           "HTTP/1.0 401 Unauthorized\r\nWWW-Authenticate: Basic\r\n"}}, false, false, true},
@@ -204,6 +209,21 @@ TEST(ProxyScripted, NegotiationTable) {
     close(saved_stdin);
     EXPECT_EQ(received, expected) << c.name;
   }
+
+  // A source port other than 0 is the port the tunnel's socket is bound to.
+  std::atomic<int> peer_port{0};
+  testing::ScriptedServer proxy([&](int descriptor) {
+    sockaddr_in peer{};
+    socklen_t length = sizeof peer;
+    getpeername(descriptor, reinterpret_cast<sockaddr*>(&peer), &length);
+    peer_port = ntohs(peer.sin_port);
+  });
+  const int source_port = testing::free_port();
+  const int descriptor =
+      proxy_connect(*testing::loopback_proxy(0, proxy.port()), source_port, "127.0.0.1", 80);
+  ASSERT_TRUE(proxy.wait_served_more_than(0));
+  EXPECT_EQ(peer_port, source_port);
+  connection_close(descriptor);
 }
 
 }  // namespace

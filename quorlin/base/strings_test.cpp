@@ -18,6 +18,7 @@ namespace quorlin {
 namespace {
 
 using namespace std::string_literals;
+using namespace std::string_view_literals;
 
 TEST(DecimalPrefix, ReadsAsStrtolDoes) {
   // clang-format off
@@ -88,6 +89,14 @@ TEST(Strings, SmallHelpers) {
   EXPECT_EQ(str_replace_char(text, '.', '/'), 1);
   EXPECT_EQ(text, "a/b/c");
 
+  // Padded to whole groups of four; a short tail reads nothing beyond the text's end.
+  for (const auto& [bytes, encoded] : {std::pair{""sv, ""sv},
+                                       {"a\xff"sv.substr(0, 1), "YQ=="sv},
+                                       {"ab\xff"sv.substr(0, 2), "YWI="sv},
+                                       {"abc"sv, "YWJj"sv},
+                                       {"user:s3cret"sv, "dXNlcjpzM2NyZXQ="sv}})
+    EXPECT_EQ(base64_encode(bytes), encoded) << bytes;
+
   EXPECT_TRUE(str_has_at("xxabc", "ab", 2));
   EXPECT_FALSE(str_has_at("xxabc", "ab", 1));
   EXPECT_FALSE(str_has_at("ab", "ab", 3));
@@ -123,15 +132,22 @@ TEST(UrlEncode, EveryByteMatchesTheFormattedEscapeAndDecodesBack) {
 
 TEST(UrlDecode, KnownTextsAndBrokenEscapes) {
   const std::vector<std::pair<std::string, std::string>> cases = {
-      {"a+b%2Fc", "a b/c"}, {"%e9", "\xe9"}, {"%E9", "\xe9"},
-      {"% A", "\n"},        {"%\tA", "\n"},  // any blank that scanf skips
-      {"%A", "\n"},                          // one digit, cut short by the end
-      {"%4x", "\x04"},                       // one digit, then a byte that is not one
-      {"100%", "100%"},                      // a lone "%" yields URL_DECODE_BAD_ESCAPE
-      {"%zz1", "%1"},                        // the position still advances by three
-      {"%g1%G1", "%%"},                      // the digits end at f and F
-      {"% ", "%"},          {"%  1", "%1"},  {"ab%00cd", "ab"},  // a decoded NUL ends the text
-      {"ab\0%41"s, "ab"},   {"&=~", "&=~"},  // reserved bytes other than "%" and "+" pass
+      {"a+b%2Fc", "a b/c"},
+      {"%e9", "\xe9"},
+      {"%E9", "\xe9"},
+      {"% A", "\n"},
+      {"%\tA", "\n"},          // any blank that scanf skips
+      {"%A", "\n"},            // one digit, cut short by the end
+      {"%4x", "\x04"},         // one digit, then a byte that is not one
+      {"100%", "100%"},        // a lone "%" yields URL_DECODE_BAD_ESCAPE
+      {"%zz1", "%1"},          // the position still advances by three
+      {"%g1%G1", "%%"},        // the digits end at f and F
+      {"%3:%9/", "\x03\x09"},  // the bytes next to the digits are not digits
+      {"% ", "%"},
+      {"%  1", "%1"},
+      {"ab%00cd", "ab"},  // a decoded NUL ends the text
+      {"ab\0%41"s, "ab"},
+      {"&=~", "&=~"},  // reserved bytes other than "%" and "+" pass
   };
   for (const auto& [text, decoded] : cases) EXPECT_EQ(url_decode(text), decoded) << text;
 }

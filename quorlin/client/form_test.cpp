@@ -10,6 +10,7 @@
 #include <csignal>
 #include <string>
 #include <thread>
+#include <tuple>
 
 #include "tests/support/peers.hpp"
 
@@ -35,6 +36,47 @@ TEST(Form, AReceivedLineTakenOverFreesTheOneItHeld) {
   EXPECT_EQ(line.text(), "one");
   close(ends[0]);
   close(ends[1]);
+}
+
+// A line that starts small and outgrows the heap moves to a mapping with the bytes it already
+// holds, and gives its heap block back: a slow sender of a long line, twenty times over.
+TEST(Form, ALineThatOutgrowsTheHeapKeepsItsBytesAndLeaksNothing) {
+  int ends[2];
+  socketpair(AF_UNIX, SOCK_STREAM, 0, ends);
+  const std::string head(1000, 'a');
+  const std::string tail(100'000, 'b');
+  const std::size_t heap_before = testing::heap_in_use();
+  for (int round = 0; round < 20; ++round) {
+    std::thread sender([&] {
+      testing::write_all(ends[1], head);
+      std::this_thread::sleep_for(std::chrono::milliseconds(5));
+      testing::write_all(ends[1], tail + "\n");
+    });
+    int status = 0;
+    const ReceivedLine line = receive_line(ends[0], NO_TIMEOUT, status);
+    sender.join();
+    ASSERT_EQ(line.text(), head + tail);
+    EXPECT_EQ(status, 1);
+  }
+  EXPECT_LT(testing::heap_in_use(), heap_before + 200'000);  // each lost block holds 64 KiB
+  close(ends[0]);
+  close(ends[1]);
+}
+
+// A line in memory ends at its LF, which `next` points past, or at the text's end (-1); CR is
+// dropped and a NUL ends the line's text.
+TEST(Form, TextLinesAndWhereTheNextOneStarts) {
+  const std::tuple<std::string, std::string, long> cases[] = {
+      {"ab\r\ncd", "ab", 4},
+      {"\nx", "", 1},
+      {"abc", "abc", -1},
+      {std::string("a\0b\n", 4), "a", 4},
+  };
+  for (const auto& [text, line, next] : cases) {
+    long after = 0;
+    EXPECT_EQ(text_line(text, after), line) << text;
+    EXPECT_EQ(after, next) << text;
+  }
 }
 
 // A signal that interrupts a timed wait does not end it: the wait goes on for the time that is

@@ -213,9 +213,10 @@ TEST(ServerSocket, DatagramsArriveOrTimeOutAndStreamSocketsListen) {
   connection_close(sender);
   connection_close(receiver);
 
-  // A stream server socket listens: a connection to it is accepted into its backlog.
+  // A server socket is a stream socket unless asked otherwise, and listens: a connection to it
+  // is accepted into its backlog.
   const int port = testing::free_port();
-  const int listener = server_socket_open("127.0.0.1", port, false, 1);
+  const int listener = server_socket_open(port);
   ASSERT_GT(listener, 0);
   const Connection client = connection_open(0, "127.0.0.1", port);
   EXPECT_GT(client, 0);

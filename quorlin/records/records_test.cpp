@@ -16,6 +16,11 @@ namespace {
 
 TEST(MessageQueue, KeepsTheHundredNewestAndPopsOldestFirst) {
   auto member = peer_member_new(nullptr);
+  EXPECT_FALSE(peer_member_is_connected(*member));  // connected is ConnectStatus 1, and only 1
+  for (int status : {1, 2}) {
+    member->connect_status = status;
+    EXPECT_EQ(peer_member_is_connected(*member), status == 1);
+  }
   EXPECT_EQ(peer_member_pop_message(*member), std::nullopt);
   for (int i = 0; i <= 100; ++i) peer_member_push_message(*member, std::to_string(i));
   EXPECT_EQ(list_count(member->messages), 100);
@@ -74,6 +79,8 @@ TEST(RecordXml, EveryKindReadsAndWritesBack) {
        "<ServiceState><Type> -7</Type><Started>abc</Started><Other>1</Other>"
        "</ServiceState>",
        "<ServiceState><Username></Username><Type>-7</Type><Started>0</Started></ServiceState>"},
+      {kState, "<ServiceState><Started>3</Started></ServiceState>",
+       "<ServiceState><Username></Username><Type>-1</Type><Started>3</Started></ServiceState>"},
       {kState, "<Other><Type>2</Type></Other>", "null"},
       {kState, "not xml", "null"},
       // PeerIp is written but never read, nor are names that only start or end like a field's;
