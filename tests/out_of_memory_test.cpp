@@ -59,13 +59,17 @@ class FailingAllocation {
   ~FailingAllocation() { allocations_before_failure = -1; }
 };
 
-// Whether the descriptor count comes back to `count` (the service closes its end a little
-// after the operation has returned).
-bool descriptors_return_to(int count) {
-  for (int wait = 0; wait < 1000 && testing::open_descriptor_count() != count; ++wait) {
+// The descriptors open before the first operation, when no connection is open.
+int idle_descriptors = 0;
+
+// Whether the descriptor count comes back to its idle count: the service closes its end a
+// little after an operation has returned, and may accept a connection only after its client
+// has gone, so the count is compared with the idle one, never with one taken in between.
+bool descriptors_back_to_idle() {
+  for (int wait = 0; wait < 1000 && testing::open_descriptor_count() != idle_descriptors; ++wait) {
     std::this_thread::sleep_for(std::chrono::milliseconds(10));
   }
-  return testing::open_descriptor_count() == count;
+  return testing::open_descriptor_count() == idle_descriptors;
 }
 
 // Runs `run(n)` with no allocation failing (n = -1), then with the first, second, ... failing
@@ -75,10 +79,9 @@ void fails_cleanly_at_each_allocation(const char* name, Run run, const Result& f
   const Result normal = run(-1);
   for (long n = 0;; ++n) {
     SCOPED_TRACE(std::string(name) + ", allocation " + std::to_string(n));
-    const int descriptors = testing::open_descriptor_count();
     const Result result = run(n);
     EXPECT_TRUE(result == normal || result == failure) << result;
-    EXPECT_TRUE(descriptors_return_to(descriptors));
+    EXPECT_TRUE(descriptors_back_to_idle());
     if (!failure_injected) return;
   }
 }
@@ -117,6 +120,7 @@ std::string printed_by(void (*command)(), long n) {
 TEST(OutOfMemory, EachOperationAndCommandFailsCleanly) {
   simulator::ServiceSimulator service;
   ASSERT_TRUE(service.start()) << "port 7000 is taken";
+  idle_descriptors = testing::open_descriptor_count();
   fails_cleanly_at_each_allocation(
       "get_networks",
       [](long n) {
