@@ -8,7 +8,8 @@
 /// result; record operations give null unless the reply line ended with LF and held the expected
 /// document. An operation that cannot allocate fails as one with an unusable reply does: null,
 /// or ERR_NO_RETVAL from every integer operation but set_shares (always 0); its Connection is
-/// closed all the same. Replies are awaited without a time-out. Values copied into caller buffers
+/// closed all the same. Replies are awaited without a time-out unless ServiceOptions give one;
+/// service_last_failure() tells why the last operation failed. Values copied into caller buffers
 /// are cut to the buffer and always NUL-terminated. Nothing is printed; calls share no state, so
 /// several threads may call at once.
 #ifndef QUORLIN_CLIENT_SERVICE_HPP
@@ -17,9 +18,11 @@
 #include <functional>
 #include <memory>
 #include <span>
+#include <string>
 #include <string_view>
 #include "quorlin/base/api.hpp"
 
+#include "quorlin/client/catalogue.hpp"
 #include "quorlin/net/connection.hpp"
 #include "quorlin/records/records.hpp"
 
@@ -31,23 +34,27 @@ inline constexpr int ERR_SERVICE_UNREACHABLE = -400;
 inline constexpr int ERR_NO_RETVAL = -601;
 inline constexpr std::size_t SERVICE_FORM_CAPACITY = 1024;
 
-enum ServiceCode : int {
-  CODE_GET_SERVICE_STATE = 0,
-  CODE_SET_SERVICE_TYPE = 1,
-  CODE_GET_NETWORKS = 2,
-  CODE_ADD_NETWORK = 3,
-  CODE_INVITE_MEMBER = 5,
-  CODE_DROP_NETWORK = 6,
-  CODE_GET_CONNECTION_INFO = 7,
-  CODE_POST_NETWORK_PEER = 8,
-  CODE_GET_LOCAL_IP = 9,
-  CODE_GET_PEER_IP = 10,
-  CODE_SEND_CHAT_MESSAGE = 11,
-  CODE_RECEIVE_CHAT_MESSAGE = 12,
-  CODE_GET_NOTIFICATIONS = 13,
-  CODE_SET_SHARES = 14,
-  CODE_SET_CONNECTION_TYPE = 15,
+/// Where the service is and how long to wait for it. The operations that take no options use
+/// these defaults.
+struct ServiceOptions {
+  std::string host = SERVICE_HOST;  ///< a dotted IPv4 address
+  int port = SERVICE_PORT;
+  /// Milliseconds for the connect and for each reply line; NO_TIMEOUT waits without limit. With a
+  /// time-out the connect is made directly, never through the process-wide proxy.
+  int timeout_ms = NO_TIMEOUT;
 };
+
+/// Why the calling thread's last operation did not get what it asked for.
+enum class ServiceFailure {
+  kNone,           ///< the service answered (an integer result may still be its refusal)
+  kUnreachable,    ///< no connection could be made
+  kRefused,        ///< a record was asked for and the service answered a negative retval
+  kUnusableReply,  ///< the reply was cut short, had no retval, or was not the record's document
+  kTimedOut,       ///< the connect or a reply line took longer than the time-out
+};
+
+/// The failure of the last operation this thread called (kNone after one that succeeded).
+QUORLIN_API ServiceFailure service_last_failure();
 
 /// A Connection to the service, or -1.
 QUORLIN_API Connection connect_to_service();
@@ -92,6 +99,41 @@ QUORLIN_API std::unique_ptr<NotificationList> get_notifications(int type);
 QUORLIN_API int set_shares(long network, int share_type, const ShareList& shares);
 /// Sets the connection type for `type` (code 15); the retval.
 QUORLIN_API int set_connection_type(int type, int connection_type);
+
+/// @name The operations at given options
+/// Each does what the operation of the same name above does, with the service at
+/// options.host:options.port and options.timeout_ms for the connect and each reply line.
+///@{
+QUORLIN_API std::unique_ptr<ServiceState> get_service_state(const ServiceOptions& options,
+                                                            int type);
+QUORLIN_API int set_service_type(const ServiceOptions& options, int type);
+QUORLIN_API std::unique_ptr<PeerNetworkList> get_networks(const ServiceOptions& options, int type);
+QUORLIN_API bool get_networks_each(
+    const ServiceOptions& options, int type,
+    const std::function<void(std::unique_ptr<PeerNetwork> network)>& each);
+QUORLIN_API std::unique_ptr<PeerNetwork> add_network(const ServiceOptions& options,
+                                                     OptionalText name, const TextList& members,
+                                                     int type, int connection_type);
+QUORLIN_API std::unique_ptr<PeerMember> invite_member(const ServiceOptions& options, long network,
+                                                      std::string_view email);
+QUORLIN_API int drop_network(const ServiceOptions& options, long network);
+QUORLIN_API int get_connection_info(const ServiceOptions& options, long network,
+                                    std::string_view peer, PeerConnectionInfo& info);
+QUORLIN_API int post_network_peer(const ServiceOptions& options, long network,
+                                  std::string_view peer);
+QUORLIN_API int get_local_ip(const ServiceOptions& options, std::span<char> buffer);
+QUORLIN_API int get_peer_ip(const ServiceOptions& options, long network, std::string_view peer,
+                            std::span<char> buffer);
+QUORLIN_API int send_chat_message(const ServiceOptions& options, long network,
+                                  std::string_view peer, std::string_view message);
+QUORLIN_API int receive_chat_message(const ServiceOptions& options, long network,
+                                     std::string_view peer, std::span<char> buffer);
+QUORLIN_API std::unique_ptr<NotificationList> get_notifications(const ServiceOptions& options,
+                                                                int type);
+QUORLIN_API int set_shares(const ServiceOptions& options, long network, int share_type,
+                           const ShareList& shares);
+QUORLIN_API int set_connection_type(const ServiceOptions& options, int type, int connection_type);
+///@}
 
 }  // namespace quorlin
 

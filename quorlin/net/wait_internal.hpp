@@ -11,6 +11,11 @@ namespace quorlin {
 /// for a negative time-out.
 bool readable_within_steps(int descriptor, int timeout_ms);
 
+/// Connects the stream socket `descriptor` to host:port (a dotted IPv4 address), giving up after
+/// `timeout_ms` milliseconds: 0 connected, -1 refused or failed, -2 timed out. The socket is
+/// left blocking as it was.
+int connect_within(int descriptor, const char* host, int port, int timeout_ms);
+
 }  // namespace quorlin
 
 #endif  // QUORLIN_NET_WAIT_INTERNAL_HPP

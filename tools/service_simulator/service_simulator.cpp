@@ -47,16 +47,13 @@ std::unique_ptr<PeerNetwork> make_network(long id, int type, const std::string& 
   return network;
 }
 
-std::string retval_line(int retval) {
-  return "p2pnet_retval=" + std::to_string(retval) + "\r\n";
-}
-
-long field_long(const FormFields& fields, std::string_view name) {
-  return decimal_prefix(form_get(fields, name).value_or(""));
-}
-
-std::string field_text(const FormFields& fields, std::string_view name) {
-  return std::string(form_get(fields, name).value_or(""));
+// A form reply line, written by the library's form code: the retval, then one more field when
+// a name is given.
+std::string form_reply(int retval, std::string_view name = {}, std::string_view value = {}) {
+  Form form;
+  form_add_int(form, RETVAL_FIELD, retval);
+  if (!name.empty()) form_add_field(form, name, value);
+  return form.text + "\r\n";
 }
 
 }  // namespace
@@ -75,16 +72,32 @@ std::unique_ptr<PeerNetworkList> seed_networks(int generated_networks) {
   return networks;
 }
 
+// A request as read: its lines, its parsed form fields, its operation (null for a code that
+// names none) and, for the operations that send one, its document.
+struct Request {
+  std::string line;
+  FormFields fields;
+  const ServiceOperation* operation = nullptr;
+  std::string document;
+
+  long number(RequestField field) const {
+    return decimal_prefix(form_get(fields, request_field_name(field)).value_or(""));
+  }
+  std::string text(RequestField field) const {
+    return std::string(form_get(fields, request_field_name(field)).value_or(""));
+  }
+  long network_id() const { return number(RequestField::kNetwork); }
+  int type() const { return static_cast<int>(number(RequestField::kType)); }
+  std::string peer() const { return text(RequestField::kPeer); }
+};
+
 struct SimulatorState {
   std::unique_ptr<PeerNetworkList> networks;
   std::unique_ptr<ServiceState> service_state = service_state_new();
   int connection_type = 0;
   long next_id = 1000;
   std::vector<std::string> requests;
-  Misbehaviour misbehaviour = Misbehaviour::kNone;
-  int delay_ms = 0;
-  std::size_t huge_reply_bytes = 0;
-  std::shared_ptr<const std::string> fixed_reply;  // shared: a reply may be large
+  Mischief mischief;
   int refuse_add_network = 0;
   std::optional<std::string> all_networks_text;  // cached, the list can be large
 
@@ -110,25 +123,13 @@ struct SimulatorState {
 
 namespace {
 
-// A parsed request: its form fields and, for the operations that send one, its document.
-struct Request {
-  const FormFields& fields;
-  const std::string& document;
-
-  long number(std::string_view name) const { return field_long(fields, name); }
-  std::string text(std::string_view name) const { return field_text(fields, name); }
-  long network_id() const { return number("p2pnet_network"); }
-  int type() const { return static_cast<int>(number("p2pnet_type")); }
-  std::string peer() const { return text("p2pnet_peer"); }
-};
-
 std::string get_service_state(SimulatorState& state, const Request&) {
   return service_state_to_text(*state.service_state) + "\n";
 }
 
 std::string set_service_type(SimulatorState& state, const Request& request) {
   state.service_state->type = request.type();
-  return retval_line(0);
+  return form_reply(0);
 }
 
 std::string get_networks(SimulatorState& state, const Request& request) {
@@ -151,7 +152,7 @@ std::string add_network(SimulatorState& state, const Request& request) {
   auto request_record = add_network_request_parse(request.document);
   if (!request_record || state.refuse_add_network > 0 || state.name_taken(request_record->name)) {
     if (state.refuse_add_network > 0) --state.refuse_add_network;
-    return retval_line(-2);
+    return form_reply(-2);
   }
   auto network =
       make_network(state.next_id++, request_record->type, request_record->name.value_or(""), {});
@@ -166,8 +167,8 @@ std::string add_network(SimulatorState& state, const Request& request) {
 
 std::string invite_member(SimulatorState& state, const Request& request) {
   PeerNetwork* network = state.find_network(request.network_id());
-  if (network == nullptr) return retval_line(-1);
-  auto invited = make_member(*network, request.text("p2pnet_email"), "0.0.0.0", 0);
+  if (network == nullptr) return form_reply(-1);
+  auto invited = make_member(*network, request.text(RequestField::kEmail), "0.0.0.0", 0);
   std::string text = peer_member_to_text(*invited) + "\n";
   list_append(network->peer_members, std::move(invited));
   state.all_networks_text.reset();
@@ -176,54 +177,54 @@ std::string invite_member(SimulatorState& state, const Request& request) {
 
 std::string drop_network(SimulatorState& state, const Request& request) {
   PeerNetwork* network = state.find_network(request.network_id());
-  if (network == nullptr) return retval_line(-1);
+  if (network == nullptr) return form_reply(-1);
   list_remove(*state.networks, network);
   state.all_networks_text.reset();
-  return retval_line(0);
+  return form_reply(0);
 }
 
 std::string get_connection_info(SimulatorState& state, const Request& request) {
   PeerMember* member = state.find_member(request.network_id(), request.peer());
-  if (member == nullptr) return retval_line(-1);
+  if (member == nullptr) return form_reply(-1);
   auto info = peer_connection_info_new();
   copy_fixed_text(info->peer, request.peer());
   copy_fixed_text(info->peer_ip, member->peer_ip);
   copy_fixed_text(info->peer_host_ip, "203.0.113.7");
   info->connection_protocol = 1;
   info->initiator = 1;
-  return retval_line(0) + peer_connection_info_to_text(*info) + "\n";
+  return form_reply(0) + peer_connection_info_to_text(*info) + "\n";
 }
 
 std::string post_network_peer(SimulatorState& state, const Request& request) {
   PeerNetwork* network = state.find_network(request.network_id());
-  if (network == nullptr) return retval_line(-1);
+  if (network == nullptr) return form_reply(-1);
   list_append(network->peer_members, make_member(*network, request.peer(), "10.9.0.2", 0));
   state.all_networks_text.reset();
-  return retval_line(0);
+  return form_reply(0);
 }
 
 std::string get_local_ip(SimulatorState&, const Request&) {
-  return "p2pnet_retval=0&p2pnet_local_ip=" + std::string(kLocalIp) + "\r\n";
+  return form_reply(0, LOCAL_IP_FIELD, kLocalIp);
 }
 
 std::string get_peer_ip(SimulatorState& state, const Request& request) {
   PeerMember* member = state.find_member(request.network_id(), request.peer());
-  if (member == nullptr) return retval_line(-1);
-  return "p2pnet_retval=0&p2pnet_peer_ip=" + url_encode(member->peer_ip.value_or("")) + "\r\n";
+  if (member == nullptr) return form_reply(-1);
+  return form_reply(0, PEER_IP_FIELD, member->peer_ip.value_or(""));
 }
 
 std::string send_chat_message(SimulatorState& state, const Request& request) {
   PeerMember* member = state.find_member(request.network_id(), request.peer());
-  if (member == nullptr) return retval_line(-1);
-  peer_member_push_message(*member, request.text("p2pnet_chat_mesg"));
-  return retval_line(0);
+  if (member == nullptr) return form_reply(-1);
+  peer_member_push_message(*member, request.text(RequestField::kChatMessage));
+  return form_reply(0);
 }
 
 std::string receive_chat_message(SimulatorState& state, const Request& request) {
   PeerMember* member = state.find_member(request.network_id(), request.peer());
   Text message = member != nullptr ? peer_member_pop_message(*member) : std::nullopt;
-  if (!message) return retval_line(-1);
-  return "p2pnet_retval=0&p2pnet_chat_mesg=" + url_encode(*message) + "\r\n";
+  if (!message) return form_reply(-1);
+  return form_reply(0, CHAT_MESSAGE_FIELD, *message);
 }
 
 std::string get_notifications(SimulatorState&, const Request&) {
@@ -234,9 +235,9 @@ std::string get_notifications(SimulatorState&, const Request&) {
 
 std::string set_shares(SimulatorState& state, const Request& request) {
   PeerNetwork* network = state.find_network(request.network_id());
-  if (network == nullptr) return retval_line(-1);
+  if (network == nullptr) return form_reply(-1);
   auto shares = share_list_parse(request.document);
-  const bool connection_shares = request.number("p2pnet_share_type") == SHARE_TYPE_CONNECTION;
+  const bool connection_shares = request.number(RequestField::kShareType) == SHARE_TYPE_CONNECTION;
   ShareList& target = connection_shares ? network->connection_shares : network->folder_shares;
   share_list_clear(&target);
   while (shares->first != nullptr) {
@@ -244,41 +245,77 @@ std::string set_shares(SimulatorState& state, const Request& request) {
     list_remove_node(*shares, shares->first);
   }
   state.all_networks_text.reset();
-  return retval_line(0);
+  return form_reply(0);
 }
 
 std::string set_connection_type(SimulatorState& state, const Request& request) {
-  state.connection_type = static_cast<int>(request.number("p2pnet_conn_type"));
-  return retval_line(0);
+  state.connection_type = static_cast<int>(request.number(RequestField::kConnectionType));
+  return form_reply(0);
 }
 
-struct Operation {
-  std::string (*answer)(SimulatorState&, const Request&);
-  bool reads_document;  // a second request line follows the form
+using Answer = std::string (*)(SimulatorState&, const Request&);
+
+// The answer to each operation of the catalogue, by code.
+const std::map<int, Answer> kAnswers = {
+    {CODE_GET_SERVICE_STATE, get_service_state},
+    {CODE_SET_SERVICE_TYPE, set_service_type},
+    {CODE_GET_NETWORKS, get_networks},
+    {CODE_ADD_NETWORK, add_network},
+    {CODE_INVITE_MEMBER, invite_member},
+    {CODE_DROP_NETWORK, drop_network},
+    {CODE_GET_CONNECTION_INFO, get_connection_info},
+    {CODE_POST_NETWORK_PEER, post_network_peer},
+    {CODE_GET_LOCAL_IP, get_local_ip},
+    {CODE_GET_PEER_IP, get_peer_ip},
+    {CODE_SEND_CHAT_MESSAGE, send_chat_message},
+    {CODE_RECEIVE_CHAT_MESSAGE, receive_chat_message},
+    {CODE_GET_NOTIFICATIONS, get_notifications},
+    {CODE_SET_SHARES, set_shares},
+    {CODE_SET_CONNECTION_TYPE, set_connection_type},
 };
 
-const std::map<int, Operation> kOperations = {
-    {CODE_GET_SERVICE_STATE, {get_service_state, false}},
-    {CODE_SET_SERVICE_TYPE, {set_service_type, false}},
-    {CODE_GET_NETWORKS, {get_networks, false}},
-    {CODE_ADD_NETWORK, {add_network, true}},
-    {CODE_INVITE_MEMBER, {invite_member, false}},
-    {CODE_DROP_NETWORK, {drop_network, false}},
-    {CODE_GET_CONNECTION_INFO, {get_connection_info, false}},
-    {CODE_POST_NETWORK_PEER, {post_network_peer, false}},
-    {CODE_GET_LOCAL_IP, {get_local_ip, false}},
-    {CODE_GET_PEER_IP, {get_peer_ip, false}},
-    {CODE_SEND_CHAT_MESSAGE, {send_chat_message, false}},
-    {CODE_RECEIVE_CHAT_MESSAGE, {receive_chat_message, false}},
-    {CODE_GET_NOTIFICATIONS, {get_notifications, false}},
-    {CODE_SET_SHARES, {set_shares, true}},
-    {CODE_SET_CONNECTION_TYPE, {set_connection_type, false}},
-};
+// Reads the request line and, when the catalogue says one follows, the document; false when
+// nothing came.
+bool read_request(int connection, Request& request) {
+  int status = 0;
+  request.line = read_line(connection, kRequestTimeoutMs, status);
+  if (status <= 0 && request.line.empty()) return false;
+  form_parse(request.fields, request.line);
+  const auto command = form_get(request.fields, COMMAND_FIELD);
+  request.operation =
+      command ? service_operation(static_cast<int>(decimal_prefix(*command))) : nullptr;
+  if (request.operation != nullptr && request.operation->document_follows) {
+    request.document = read_line(connection, kRequestTimeoutMs, status);
+  }
+  return true;
+}
 
-// The operation of `code`, or null for an unknown code (answered with -1).
-const Operation* operation_of(int code) {
-  const auto found = kOperations.find(code);
-  return found == kOperations.end() ? nullptr : &found->second;
+// Sends what the misbehaviour sends instead of an answer; false when the answer is still due
+// (after a delay, or without its last line end).
+bool misbehave_instead(int connection, const Mischief& mischief) {
+  switch (mischief.misbehaviour) {
+    case Misbehaviour::kCloseWithoutReply:
+      return true;
+    case Misbehaviour::kGarbage:
+      tools::write_all(connection, "\x01\xff<<<&&==%%zz</PeerNetworks>\x7f\r\n");
+      return true;
+    case Misbehaviour::kHugeReply: {
+      const std::string block(1 << 20, 'x');
+      for (std::size_t sent = 0; sent < mischief.huge_reply_bytes; sent += block.size()) {
+        const std::size_t size = std::min(block.size(), mischief.huge_reply_bytes - sent);
+        tools::write_all(connection, std::string_view(block).substr(0, size));
+      }
+      return true;
+    }
+    case Misbehaviour::kFixedReply:
+      tools::write_all(connection, *mischief.fixed_reply);
+      return true;
+    case Misbehaviour::kDelay:
+      std::this_thread::sleep_for(std::chrono::milliseconds(mischief.delay_ms));
+      return false;
+    default:
+      return false;
+  }
 }
 
 }  // namespace
@@ -327,15 +364,13 @@ void ServiceSimulator::clear_requests() {
 void ServiceSimulator::misbehave(Misbehaviour misbehaviour, int delay_ms,
                                  std::size_t huge_reply_bytes) {
   std::lock_guard hold(lock_);
-  state_->misbehaviour = misbehaviour;
-  state_->delay_ms = delay_ms;
-  state_->huge_reply_bytes = huge_reply_bytes;
+  state_->mischief = {misbehaviour, delay_ms, huge_reply_bytes, nullptr};
 }
 
 void ServiceSimulator::answer_with(std::string reply) {
   std::lock_guard hold(lock_);
-  state_->misbehaviour = Misbehaviour::kFixedReply;
-  state_->fixed_reply = std::make_shared<const std::string>(std::move(reply));
+  state_->mischief = {Misbehaviour::kFixedReply, 0, 0,
+                      std::make_shared<const std::string>(std::move(reply))};
 }
 
 void ServiceSimulator::refuse_add_network(int count) {
@@ -344,68 +379,33 @@ void ServiceSimulator::refuse_add_network(int count) {
 }
 
 void ServiceSimulator::handle(int connection) {
-  int status = 0;
-  std::string request = read_line(connection, kRequestTimeoutMs, status);
-  if (status <= 0 && request.empty()) return;
-  FormFields fields;
-  form_parse(fields, request);
-  const auto command = form_get(fields, "p2pnet_command");
-  int code = command ? static_cast<int>(decimal_prefix(*command)) : -1;
-  const Operation* operation = operation_of(code);
-  std::string document;
-  const bool has_document = operation != nullptr && operation->reads_document;
-  if (has_document) document = read_line(connection, kRequestTimeoutMs, status);
-
-  Misbehaviour misbehaviour;
-  int delay_ms;
-  std::size_t huge_reply_bytes;
-  std::shared_ptr<const std::string> fixed_reply;
-  {
-    std::lock_guard hold(lock_);
-    state_->requests.push_back(request);
-    if (has_document) state_->requests.push_back(document);
-    if (!options_.request_log_path.empty()) {
-      std::ofstream log(options_.request_log_path, std::ios::app);
-      log << request << '\n';
-      if (has_document) log << document << '\n';
-    }
-    misbehaviour = state_->misbehaviour;
-    delay_ms = state_->delay_ms;
-    huge_reply_bytes = state_->huge_reply_bytes;
-    fixed_reply = state_->fixed_reply;
+  Request request;
+  if (!read_request(connection, request)) return;
+  const Mischief mischief = record(request.line, request.document);
+  if (misbehave_instead(connection, mischief)) return;
+  std::string reply = answer(request);
+  if (mischief.misbehaviour == Misbehaviour::kNoFinalLineEnd && reply.ends_with('\n')) {
+    reply.pop_back();
   }
-
-  switch (misbehaviour) {
-    case Misbehaviour::kCloseWithoutReply:
-      return;
-    case Misbehaviour::kGarbage:
-      tools::write_all(connection, "\x01\xff<<<&&==%%zz</PeerNetworks>\x7f\r\n");
-      return;
-    case Misbehaviour::kHugeReply: {
-      const std::string block(1 << 20, 'x');
-      for (std::size_t sent = 0; sent < huge_reply_bytes; sent += block.size()) {
-        tools::write_all(connection, std::string_view(block).substr(
-                                         0, std::min(block.size(), huge_reply_bytes - sent)));
-      }
-      return;
-    }
-    case Misbehaviour::kFixedReply:
-      tools::write_all(connection, *fixed_reply);
-      return;
-    case Misbehaviour::kDelay:
-      std::this_thread::sleep_for(std::chrono::milliseconds(delay_ms));
-      break;
-    default:
-      break;
-  }
-  std::string reply;
-  {
-    std::lock_guard hold(lock_);
-    reply = operation != nullptr ? operation->answer(*state_, Request{fields, document})
-                                 : retval_line(-1);
-  }
-  if (misbehaviour == Misbehaviour::kNoFinalLineEnd && reply.ends_with('\n')) reply.pop_back();
   tools::write_all(connection, reply);
+}
+
+Mischief ServiceSimulator::record(const std::string& line, const std::string& document) {
+  std::lock_guard hold(lock_);
+  state_->requests.push_back(line);
+  if (!document.empty()) state_->requests.push_back(document);
+  if (!options_.request_log_path.empty()) {
+    std::ofstream log(options_.request_log_path, std::ios::app);
+    log << line << '\n';
+    if (!document.empty()) log << document << '\n';
+  }
+  return state_->mischief;
+}
+
+std::string ServiceSimulator::answer(const Request& request) {
+  std::lock_guard hold(lock_);
+  if (request.operation == nullptr) return form_reply(-1);
+  return kAnswers.at(request.operation->code)(*state_, request);
 }
 
 }  // namespace quorlin::simulator

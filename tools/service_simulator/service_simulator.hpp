@@ -1,5 +1,5 @@
 // A stand-in for the local peer-to-peer network service: it listens on 127.0.0.1 (port 7000 by
-// default), answers all sixteen operations from a plausible in-memory state, records every
+// default), answers all fifteen operations from a plausible in-memory state, records every
 // request line it receives, and misbehaves on request. It is built on the library's own form
 // parser and record writers and readers, so what it sends is what the real service's documents
 // look like to the client.
@@ -32,6 +32,14 @@ enum class Misbehaviour {
   kFixedReply,         // the bytes given to answer_with, then closes
 };
 
+// What the simulator was told to do instead of answering plainly.
+struct Mischief {
+  Misbehaviour misbehaviour = Misbehaviour::kNone;
+  int delay_ms = 0;
+  std::size_t huge_reply_bytes = 0;
+  std::shared_ptr<const std::string> fixed_reply;  // shared: a reply may be large
+};
+
 struct SimulatorOptions {
   int port = 7000;
   int generated_networks = 0;    // extra networks of five members each, after the seed
@@ -39,6 +47,7 @@ struct SimulatorOptions {
 };
 
 struct SimulatorState;  // the networks and what the simulator was told to do
+struct Request;         // a request as read
 
 class ServiceSimulator {
  public:
@@ -65,7 +74,10 @@ class ServiceSimulator {
   void reset();
 
  private:
+  // One connection: read the request, record it, misbehave or answer.
   void handle(int connection);
+  Mischief record(const std::string& line, const std::string& document);
+  std::string answer(const Request& request);
 
   SimulatorOptions options_;
   std::unique_ptr<SimulatorState> state_;
