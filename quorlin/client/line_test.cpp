@@ -1,4 +1,4 @@
-#include "quorlin/client/form.hpp"
+#include "quorlin/client/line.hpp"
 
 #include <gtest/gtest.h>
 
@@ -12,6 +12,7 @@
 #include <thread>
 #include <tuple>
 
+#include "quorlin/client/line_internal.hpp"
 #include "tests/support/peers.hpp"
 
 namespace quorlin {
@@ -20,7 +21,7 @@ namespace {
 // How a reply's line is read and split into fields, and how a request is encoded, is checked end
 // to end in the service tests. Here: a received line takes another over by assignment, freeing
 // the one it held, and stays itself when assigned to itself.
-TEST(Form, AReceivedLineTakenOverFreesTheOneItHeld) {
+TEST(Line, AReceivedLineTakenOverFreesTheOneItHeld) {
   int ends[2];
   socketpair(AF_UNIX, SOCK_STREAM, 0, ends);
   int status = 0;
@@ -40,7 +41,7 @@ TEST(Form, AReceivedLineTakenOverFreesTheOneItHeld) {
 
 // A line that starts small and outgrows the heap moves to a mapping with the bytes it already
 // holds, and gives its heap block back: a slow sender of a long line, twenty times over.
-TEST(Form, ALineThatOutgrowsTheHeapKeepsItsBytesAndLeaksNothing) {
+TEST(Line, ALineThatOutgrowsTheHeapKeepsItsBytesAndLeaksNothing) {
   int ends[2];
   socketpair(AF_UNIX, SOCK_STREAM, 0, ends);
   const std::string head(1000, 'a');
@@ -65,7 +66,7 @@ TEST(Form, ALineThatOutgrowsTheHeapKeepsItsBytesAndLeaksNothing) {
 
 // A line in memory ends at its LF, which `next` points past, or at the text's end (-1); CR is
 // dropped and a NUL ends the line's text.
-TEST(Form, TextLinesAndWhereTheNextOneStarts) {
+TEST(Line, TextLinesAndWhereTheNextOneStarts) {
   const std::tuple<std::string, std::string, long> cases[] = {
       {"ab\r\ncd", "ab", 4},
       {"\nx", "", 1},
@@ -81,7 +82,7 @@ TEST(Form, TextLinesAndWhereTheNextOneStarts) {
 
 // A signal that interrupts a timed wait does not end it: the wait goes on for the time that is
 // left, and the line that comes after the signal is read.
-TEST(Form, ATimedLineWaitsOnThroughASignal) {
+TEST(Line, ATimedLineWaitsOnThroughASignal) {
   struct sigaction interrupt {};
   interrupt.sa_handler = [](int) {};  // no SA_RESTART: the wait sees EINTR
   struct sigaction previous {};
