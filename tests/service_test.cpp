@@ -201,20 +201,11 @@ TEST(ServiceReplies, HostileServiceNeverCrashesOrLeaks) {
 // quorlinadmin end to end: the real binary against the service simulator on port 7000,
 // asserting standard output, standard error, the exit status and the request lines received.
 
-struct ToolRun {
-  std::string out;
-  std::string err;
-  int status;
-};
+using ToolRun = testing::ProgramRun;
 
 // `prefix` runs the tool under another program, such as faketime.
 ToolRun run_tool(const std::string& arguments, const std::string& prefix = "") {
-  testing::TempDir dir;
-  std::string command =
-      prefix + QUORLINADMIN_PATH " " + arguments + " >" + dir.file("out") + " 2>" + dir.file("err");
-  int status = std::system(command.c_str());
-  return {testing::file_text(dir.file("out")), testing::file_text(dir.file("err")),
-          WEXITSTATUS(status)};
+  return testing::run_program(prefix + QUORLINADMIN_PATH " " + arguments);
 }
 
 // The random number of a created network's name ("alice_bob_net_1234") replaced by "#".

@@ -50,6 +50,16 @@ std::string file_text(const std::string& path) {
   return std::string(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
 }
 
+ProgramRun run_program(const std::string& command_line, const std::string& input) {
+  TempDir dir;
+  dir.write("in", input);
+  const std::string command =
+      command_line + " <" + dir.file("in") + " >" + dir.file("out") + " 2>" + dir.file("err");
+  const int status = std::system(command.c_str());
+  return {file_text(dir.file("out")), file_text(dir.file("err")),
+          WIFSIGNALED(status) ? 128 + WTERMSIG(status) : WEXITSTATUS(status)};
+}
+
 TempDir::TempDir() {
   char pattern[] = "/tmp/quorlin-test-XXXXXX";
   if (mkdtemp(pattern) == nullptr) throw std::runtime_error("mkdtemp failed");

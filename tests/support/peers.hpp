@@ -37,6 +37,16 @@ class TempDir {
   std::string path_;
 };
 
+// What a program printed, and its exit status (128 plus the signal when a signal ended it).
+struct ProgramRun {
+  std::string out;
+  std::string err;
+  int status;
+};
+// Runs `command_line` through /bin/sh, standard output and error captured, `input` on standard
+// input.
+ProgramRun run_program(const std::string& command_line, const std::string& input = "");
+
 // A program started by its full path (a normal user's PATH has no /usr/sbin), output appended
 // to `log_file`, stopped with SIGTERM and reaped on destruction.
 class ChildProcess {

@@ -58,6 +58,8 @@ class ServiceSimulator {
 
   // Binds and starts serving in a thread; false when the port cannot be bound.
   bool start();
+  // The port it serves on (the one the system chose for port 0); 0 before start().
+  int port() const { return server_ ? server_->port() : 0; }
   void stop();
 
   // The request lines received so far (without CR LF), in order; a second line is its own entry.
