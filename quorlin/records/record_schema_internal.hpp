@@ -16,73 +16,20 @@
 #include <span>
 #include <string>
 #include <string_view>
-#include <vector>
 
 #include "quorlin/base/same_bytes_internal.hpp"
 #include "quorlin/records/record_reader.hpp"
 #include "quorlin/records/record_writer.hpp"
 #include "quorlin/records/records.hpp"
 #include "quorlin/xml/xml_node.hpp"
-#include "quorlin/xml/xml_writer.hpp"
+#include "quorlin/xml/xml_writer_internal.hpp"
 
 namespace quorlin::schema {
-
-// Where writers put records: under an element of a tree, or straight into text that is byte for
-// byte what xml_to_string makes of that tree (no tree is built for the text entry points).
-class RecordOut {
- public:
-  explicit RecordOut(XmlNode& parent) : path_{&parent} {}
-  explicit RecordOut(std::string& text) : text_(&text) {}
-
-  // An element that holds the given text, or nothing for std::nullopt.
-  void element(std::string_view name, OptionalText text) {
-    if (text_ != nullptr) {
-      open_tag(name);
-      if (text) *text_ += *text;
-      close_tag(name);
-    } else {
-      xml_node_set_text(xml_add_element(*path_.back(), name), text);
-    }
-  }
-
-  // An element whose children follow, up to close(name).
-  void open(std::string_view name) {
-    if (text_ != nullptr) {
-      open_tag(name);
-    } else {
-      path_.push_back(&xml_add_element(*path_.back(), name));
-    }
-  }
-  void close(std::string_view name) {
-    if (text_ != nullptr) {
-      close_tag(name);
-    } else {
-      path_.pop_back();
-    }
-  }
-
- private:
-  // Single bytes go in with push_back, whose fast path is inline; a one-byte append is a call.
-  void open_tag(std::string_view name) {
-    *text_ += '<';
-    *text_ += name;
-    *text_ += '>';
-  }
-  void close_tag(std::string_view name) {
-    *text_ += '<';
-    *text_ += '/';
-    *text_ += name;
-    *text_ += '>';
-  }
-
-  std::vector<XmlNode*> path_;
-  std::string* text_ = nullptr;
-};
 
 template <typename Record>
 struct Field {
   using Read = void (*)(const Field& field, const XmlNode& child, Record& record);
-  using Write = void (*)(const Field& field, const Record& record, RecordOut& out);
+  using Write = void (*)(const Field& field, const Record& record, XmlOut& out);
 
   std::string_view element;
   Read read = nullptr;         // null: the child is skipped
@@ -125,7 +72,7 @@ void read_fields(const Schema<Record>& schema, const XmlNode& element, Record& r
 
 // Writes the record's children in the table's order.
 template <typename Record>
-void write_fields(const Schema<Record>& schema, const Record& record, RecordOut& out) {
+void write_fields(const Schema<Record>& schema, const Record& record, XmlOut& out) {
   for (const Field<Record>& field : schema.fields) {
     if (field.write != nullptr) field.write(field, record, out);
   }
@@ -134,7 +81,7 @@ void write_fields(const Schema<Record>& schema, const Record& record, RecordOut&
 // Writes the record as an element named `name`.
 template <typename Record>
 void write_record(const Schema<Record>& schema, const Record& record, std::string_view name,
-                  RecordOut& out) {
+                  XmlOut& out) {
   out.open(name);
   write_fields(schema, record, out);
   out.close(name);
@@ -176,7 +123,7 @@ constexpr Field<RecordOf<Member>> text(std::string_view element) {
               value.reset();
             }
           },
-          [](const Field<Record>& field, const Record& record, RecordOut& out) {
+          [](const Field<Record>& field, const Record& record, XmlOut& out) {
             const Text& value = record.*Member;
             out.element(field.element, value ? OptionalText(*value) : std::nullopt);
           }};
@@ -192,7 +139,7 @@ constexpr Field<RecordOf<Member>> number(std::string_view element) {
             // The int narrowing keeps the low bits, as atoi's does.
             record.*Member = static_cast<Value>(xml_text_long(child));
           },
-          [](const Field<Record>& field, const Record& record, RecordOut& out) {
+          [](const Field<Record>& field, const Record& record, XmlOut& out) {
             char digits[24];
             const auto end = std::to_chars(digits, digits + sizeof digits, record.*Member).ptr;
             out.element(field.element, std::string_view(digits, end - digits));
@@ -207,18 +154,17 @@ constexpr Field<RecordOf<Member>> fixed_text(std::string_view element) {
           [](const Field<Record>&, const XmlNode& child, Record& record) {
             copy_fixed_text(record.*Member, xml_node_text(child));
           },
-          [](const Field<Record>& field, const Record& record, RecordOut& out) {
+          [](const Field<Record>& field, const Record& record, XmlOut& out) {
             out.element(field.element, std::string_view(record.*Member));
           }};
 }
 
 // Writes a List of shares as an element named `name`; defined with the share table.
-void write_shares(const ShareList& list, std::string_view name, RecordOut& out);
+void write_shares(const ShareList& list, std::string_view name, XmlOut& out);
 
 // Writes a List of texts as an element named `name` holding one `item` element per text; a
 // missing List writes the element empty.
-void write_texts(const TextList* list, std::string_view name, std::string_view item,
-                 RecordOut& out);
+void write_texts(const TextList* list, std::string_view name, std::string_view item, XmlOut& out);
 
 // Every child element becomes a Share of the List; written as one element per share.
 template <auto Member>
@@ -228,7 +174,7 @@ constexpr Field<RecordOf<Member>> share_list(std::string_view element) {
           [](const Field<Record>&, const XmlNode& child, Record& record) {
             share_list_read(child, record.*Member);
           },
-          [](const Field<Record>& field, const Record& record, RecordOut& out) {
+          [](const Field<Record>& field, const Record& record, XmlOut& out) {
             write_shares(record.*Member, field.element, out);
           }};
 }
@@ -253,7 +199,7 @@ constexpr Field<RecordOf<Member>> text_list(std::string_view element, std::strin
             if (xml_node_children(child).first == nullptr) return;
             string_list_read(child, field.element, field.item, *text_list_of(record.*Member));
           },
-          [](const Field<Record>& field, const Record& record, RecordOut& out) {
+          [](const Field<Record>& field, const Record& record, XmlOut& out) {
             write_texts(text_list_of(record.*Member), field.element, field.item, out);
           },
           item};

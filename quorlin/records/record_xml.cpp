@@ -11,7 +11,7 @@
 #include "quorlin/records/record_schema_internal.hpp"
 #include "quorlin/records/record_writer.hpp"
 #include "quorlin/xml/xml_parser.hpp"
-#include "quorlin/xml/xml_writer.hpp"
+#include "quorlin/xml/xml_writer_internal.hpp"
 
 namespace quorlin {
 namespace {
@@ -19,15 +19,14 @@ namespace {
 using schema::Field;
 using schema::number;
 using schema::read_only;
-using schema::RecordOut;
 using schema::Schema;
 using schema::share_list;
 using schema::text;
 using schema::text_list;
 using schema::write_only;
 
-void write_access_list(const AccessList& access_list, RecordOut& out);
-void write_members(const PeerMemberList& members, RecordOut& out);
+void write_access_list(const AccessList& access_list, XmlOut& out);
+void write_members(const PeerMemberList& members, XmlOut& out);
 
 constexpr Field<ServiceState> kServiceStateFields[] = {
     text<&ServiceState::username>("Username"),
@@ -64,11 +63,11 @@ constexpr Field<Share> kShareFields[] = {
      [](const Field<Share>&, const XmlNode& child, Share& share) {
        access_list_read(child, *share.access_list);
      },
-     [](const Field<Share>&, const Share& share, RecordOut& out) {
+     [](const Field<Share>&, const Share& share, XmlOut& out) {
        write_access_list(*share.access_list, out);
      }},
     {"Path", text<&Share::path>("Path").read,
-     [](const Field<Share>& field, const Share& share, RecordOut& out) {
+     [](const Field<Share>& field, const Share& share, XmlOut& out) {
        if (share.type == SHARE_TYPE_FOLDER) text<&Share::path>("Path").write(field, share, out);
      }},
 };
@@ -102,7 +101,7 @@ constexpr Field<PeerNetwork> kPeerNetworkFields[] = {
      [](const Field<PeerNetwork>&, const XmlNode& child, PeerNetwork& network) {
        peer_member_list_read(child, network);
      },
-     [](const Field<PeerNetwork>&, const PeerNetwork& network, RecordOut& out) {
+     [](const Field<PeerNetwork>&, const PeerNetwork& network, XmlOut& out) {
        write_members(network.peer_members, out);
      }},
     share_list<&PeerNetwork::folder_shares>("FolderShares"),
@@ -136,7 +135,7 @@ int share_type_of(std::string_view element_name) {
 }
 
 template <typename Item, typename Write>
-void write_items(const List<std::unique_ptr<Item>>& list, RecordOut& out, Write write) {
+void write_items(const List<std::unique_ptr<Item>>& list, XmlOut& out, Write write) {
   // A null item (a child the reader did not recognise) has nothing to write.
   for (const auto& item : list) {
     if (item) write(*item, out);
@@ -144,47 +143,47 @@ void write_items(const List<std::unique_ptr<Item>>& list, RecordOut& out, Write 
 }
 
 template <typename Item, typename Write>
-void write_list(const List<std::unique_ptr<Item>>& list, std::string_view name, RecordOut& out,
+void write_list(const List<std::unique_ptr<Item>>& list, std::string_view name, XmlOut& out,
                 Write write) {
   out.open(name);
   write_items(list, out, write);
   out.close(name);
 }
 
-void write_accessor(const Accessor& accessor, RecordOut& out) {
+void write_accessor(const Accessor& accessor, XmlOut& out) {
   schema::write_record(kAccessor, accessor, kAccessor.element, out);
 }
 
-void write_access_list(const AccessList& access_list, RecordOut& out) {
+void write_access_list(const AccessList& access_list, XmlOut& out) {
   write_list(access_list.accessors, "AccessList", out, write_accessor);
 }
 
-void write_share(const Share& share, RecordOut& out) {
+void write_share(const Share& share, XmlOut& out) {
   schema::write_record(kShare, share, share_element_name(share.type), out);
 }
 
-void write_notification(const Notification& notification, RecordOut& out) {
+void write_notification(const Notification& notification, XmlOut& out) {
   if (notification.type == NOTIFICATION_TYPE_MEMBER) {
     schema::write_record(kNotification, notification, kNotification.element, out);
   }
 }
 
-void write_member(const PeerMember& member, RecordOut& out) {
+void write_member(const PeerMember& member, XmlOut& out) {
   schema::write_record(kPeerMember, member, kPeerMember.element, out);
 }
 
-void write_members(const PeerMemberList& members, RecordOut& out) {
+void write_members(const PeerMemberList& members, XmlOut& out) {
   write_list(members, "PeerMembers", out, write_member);
 }
 
-void write_network(const PeerNetwork& network, RecordOut& out) {
+void write_network(const PeerNetwork& network, XmlOut& out) {
   schema::write_record(kPeerNetwork, network, kPeerNetwork.element, out);
 }
 
 // Writers that append under a parent element.
 template <typename Value, typename Write>
 void write_under(XmlNode& parent, const Value& value, Write write) {
-  RecordOut out(parent);
+  XmlOut out(parent);
   write(value, out);
 }
 
@@ -192,7 +191,7 @@ void write_under(XmlNode& parent, const Value& value, Write write) {
 template <typename Record>
 std::unique_ptr<XmlNode> record_tree(const Schema<Record>& schema, const Record& record) {
   std::unique_ptr<XmlNode> root = xml_node_new(schema.element);
-  RecordOut out(*root);
+  XmlOut out(*root);
   schema::write_fields(schema, record, out);
   return root;
 }
@@ -200,7 +199,7 @@ std::unique_ptr<XmlNode> record_tree(const Schema<Record>& schema, const Record&
 template <typename Record>
 std::string record_text(const Schema<Record>& schema, const Record& record) {
   std::string text;
-  RecordOut out(text);
+  XmlOut out(text);
   schema::write_record(schema, record, schema.element, out);
   return text;
 }
@@ -210,7 +209,7 @@ template <typename Item, typename Write>
 std::unique_ptr<XmlNode> list_tree(const List<std::unique_ptr<Item>>& list, std::string_view name,
                                    Write write) {
   std::unique_ptr<XmlNode> root = xml_node_new(name);
-  RecordOut out(*root);
+  XmlOut out(*root);
   write_items(list, out, write);
   return root;
 }
@@ -218,7 +217,7 @@ std::unique_ptr<XmlNode> list_tree(const List<std::unique_ptr<Item>>& list, std:
 template <typename Item, typename Write>
 std::string list_text(const List<std::unique_ptr<Item>>& list, std::string_view name, Write write) {
   std::string text;
-  RecordOut out(text);
+  XmlOut out(text);
   write_list(list, name, out, write);
   return text;
 }
@@ -401,12 +400,12 @@ void xml_set_text_long(XmlNode& element, long number) {
   xml_node_set_text(element, str_from_long(number));
 }
 
-void schema::write_shares(const ShareList& list, std::string_view name, RecordOut& out) {
+void schema::write_shares(const ShareList& list, std::string_view name, XmlOut& out) {
   write_list(list, name, out, write_share);
 }
 
 void schema::write_texts(const TextList* list, std::string_view name, std::string_view item,
-                         RecordOut& out) {
+                         XmlOut& out) {
   out.open(name);
   if (list != nullptr) {
     for (const Text& text : *list) out.element(item, text ? OptionalText(*text) : std::nullopt);
@@ -427,7 +426,7 @@ void share_write(const Share& share, XmlNode& parent) {
 }
 
 void share_list_write(const ShareList& list, std::string_view element_name, XmlNode& parent) {
-  RecordOut out(parent);
+  XmlOut out(parent);
   schema::write_shares(list, element_name, out);
 }
 
@@ -445,7 +444,7 @@ std::unique_ptr<XmlNode> notification_list_to_xml(const NotificationList& list) 
 
 void string_list_write(const TextList& list, std::string_view list_name, std::string_view item_name,
                        XmlNode& parent) {
-  RecordOut out(parent);
+  XmlOut out(parent);
   schema::write_texts(&list, list_name, item_name, out);
 }
 

@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "quorlin/base/log.hpp"
+#include "quorlin/xml/xml_writer_internal.hpp"
 
 namespace quorlin {
 namespace {
@@ -63,22 +64,15 @@ void xml_write_node(const XmlNode& node, std::string& out) {
   walk(
       node,
       [&out](const XmlNode& open) {
-        out += '<';
-        out += xml_node_name(open);
+        compact::tag_start(out, xml_node_name(open));
         for (auto* entry = xml_node_attributes(open).first; entry != nullptr; entry = entry->next) {
-          out += ' ';
-          out += entry->item.name;
-          out += "=\"";
-          out += entry->item.value;
-          out += '"';
+          compact::attribute(out, entry->item.name, entry->item.value);
         }
-        out += '>';
+        compact::tag_end(out);
       },
       [&out](const XmlNode& close) {
         if (const auto text = xml_node_text(close)) out += *text;
-        out += "</";
-        out += xml_node_name(close);
-        out += '>';
+        compact::closing_tag(out, xml_node_name(close));
       });
 }
 
