@@ -16,24 +16,25 @@
 namespace quorlin {
 namespace {
 
+using schema::Document;
 using schema::Field;
+using schema::made_by;
 using schema::number;
 using schema::read_only;
+using schema::record_list;
+using schema::Root;
 using schema::Schema;
-using schema::share_list;
 using schema::text;
 using schema::text_list;
 using schema::write_only;
-
-void write_access_list(const AccessList& access_list, XmlOut& out);
-void write_members(const PeerMemberList& members, XmlOut& out);
 
 constexpr Field<ServiceState> kServiceStateFields[] = {
     text<&ServiceState::username>("Username"),
     number<&ServiceState::type>("Type"),
     number<&ServiceState::started>("Started"),
 };
-constexpr Schema<ServiceState> kServiceState{"ServiceState", kServiceStateFields};
+constexpr Schema<ServiceState> kServiceState{"ServiceState", kServiceStateFields,
+                                             made_by<service_state_new>};
 
 constexpr Field<PeerConnectionInfo> kPeerConnectionInfoFields[] = {
     schema::fixed_text<&PeerConnectionInfo::peer>("Peer"),
@@ -47,32 +48,65 @@ constexpr Field<PeerConnectionInfo> kPeerConnectionInfoFields[] = {
     number<&PeerConnectionInfo::initiator>("Initiator"),
     number<&PeerConnectionInfo::encryption_type>("EncryptionType"),
 };
-constexpr Schema<PeerConnectionInfo> kPeerConnectionInfo{"PeerConnectionInfo",
-                                                         kPeerConnectionInfoFields};
+constexpr Schema<PeerConnectionInfo> kPeerConnectionInfo{
+    "PeerConnectionInfo", kPeerConnectionInfoFields, made_by<peer_connection_info_new>};
 
 constexpr Field<Accessor> kAccessorFields[] = {
     text<&Accessor::name>("Name"),
     number<&Accessor::type>("Type"),
 };
-constexpr Schema<Accessor> kAccessor{"Accessor", kAccessorFields};
+constexpr Schema<Accessor> kAccessor{
+    .element = "Accessor",
+    .fields = kAccessorFields,
+    .make = [](const XmlNode&, void*) { return std::make_unique<Accessor>(); },
+};
 
+// A share's element names its type, in both directions; the last row stands for every other
+// name and type.
+struct ShareElement {
+  int type;
+  std::string_view element;
+};
+constexpr ShareElement kShareElements[] = {
+    {SHARE_TYPE_FOLDER, "FolderShare"},
+    {SHARE_TYPE_CONNECTION, "ConnectionShare"},
+    {0, "Share"},
+};
+
+template <typename Matches>
+const ShareElement& share_element(Matches matches) {
+  for (const ShareElement& row : kShareElements) {
+    if (matches(row)) return row;
+  }
+  return std::end(kShareElements)[-1];
+}
+
+constexpr Field<Share> kAccessListRow = record_list<&Share::access_list, kAccessor>("AccessList");
 constexpr Field<Share> kShareFields[] = {
     text<&Share::name>("Name"),
     number<&Share::type>("Type"),
-    {"AccessList",
-     [](const Field<Share>&, const XmlNode& child, Share& share) {
-       access_list_read(child, *share.access_list);
-     },
-     [](const Field<Share>&, const Share& share, XmlOut& out) {
-       write_access_list(*share.access_list, out);
-     }},
-    {"Path", text<&Share::path>("Path").read,
+    kAccessListRow,
+    {"Path", text<&Share::path>({}).read,
      [](const Field<Share>& field, const Share& share, XmlOut& out) {
-       if (share.type == SHARE_TYPE_FOLDER) text<&Share::path>("Path").write(field, share, out);
+       if (share.type == SHARE_TYPE_FOLDER) text<&Share::path>({}).write(field, share, out);
      }},
 };
-// The element's name varies with the share's type; see share_element_name.
-constexpr Schema<Share> kShare{"", kShareFields};
+constexpr Schema<Share> kShare{
+    .element = "Share",
+    .fields = kShareFields,
+    .make =
+        [](const XmlNode& element, void*) {
+          const std::string_view name = xml_node_name(element);
+          return share_new(std::nullopt,
+                           share_element([&](auto& row) { return row.element == name; }).type);
+        },
+    // Any element is a share, typed by its name until a Type child says otherwise.
+    .any_element = true,
+    .element_of =
+        [](const Share& share) {
+          return share_element([&](auto& row) { return row.type == share.type; }).element;
+        },
+};
 
 constexpr Field<Notification> kNotificationFields[] = {
     number<&Notification::type>("Type"),
@@ -80,38 +114,52 @@ constexpr Field<Notification> kNotificationFields[] = {
     text<&Notification::text2>("Member"),
     text<&Notification::text3>("PrevMember"),
 };
-constexpr Schema<Notification> kNotification{"Notification", kNotificationFields};
+constexpr Schema<Notification> kNotification{
+    .element = "Notification",
+    .fields = kNotificationFields,
+    .make = [](const XmlNode&, void*) { return std::make_unique<Notification>(); },
+    // The record a reader keeps is made at a Type child of 7 by the kind-7 constructor, before
+    // any text has been read: that constructor refuses absent texts, so no element yields a
+    // notification, and the texts read have no record to go to.
+    .finish = [](std::unique_ptr<Notification> read) -> std::unique_ptr<Notification> {
+      if (read->type != NOTIFICATION_TYPE_MEMBER) return nullptr;
+      return notification_new_kind7(std::nullopt, std::nullopt, std::nullopt);
+    },
+    .written =
+        [](const Notification& notification) {
+          return notification.type == NOTIFICATION_TYPE_MEMBER;
+        },
+};
 
 constexpr Field<PeerMember> kPeerMemberFields[] = {
     text<&PeerMember::peer>("Peer"),
     number<&PeerMember::status>("Status"),
     write_only(text<&PeerMember::peer_ip>("PeerIp")),
     number<&PeerMember::connect_status>("ConnectStatus"),
-    share_list<&PeerMember::remote_shares>("RemoteShares"),
+    record_list<&PeerMember::remote_shares, kShare>("RemoteShares"),
     text_list<&PeerMember::messages>("Messages", "Message"),
     number<&PeerMember::connect_count>("ConnectCount"),
 };
-constexpr Schema<PeerMember> kPeerMember{"PeerMember", kPeerMemberFields};
+constexpr Schema<PeerMember, PeerNetwork> kPeerMember{
+    "PeerMember", kPeerMemberFields,
+    [](const XmlNode&, PeerNetwork* network) { return peer_member_new(network); }};
 
+constexpr Field<PeerNetwork> kPeerMembersRow =
+    record_list<&PeerNetwork::peer_members, kPeerMember>("PeerMembers");
 constexpr Field<PeerNetwork> kPeerNetworkFields[] = {
     number<&PeerNetwork::id>("Id"),
     number<&PeerNetwork::type>("Type"),
     text<&PeerNetwork::name>("Name"),
-    {"PeerMembers",
-     [](const Field<PeerNetwork>&, const XmlNode& child, PeerNetwork& network) {
-       peer_member_list_read(child, network);
-     },
-     [](const Field<PeerNetwork>&, const PeerNetwork& network, XmlOut& out) {
-       write_members(network.peer_members, out);
-     }},
-    share_list<&PeerNetwork::folder_shares>("FolderShares"),
-    share_list<&PeerNetwork::connection_shares>("ConnectionShares"),
+    kPeerMembersRow,
+    record_list<&PeerNetwork::folder_shares, kShare>("FolderShares"),
+    record_list<&PeerNetwork::connection_shares, kShare>("ConnectionShares"),
     number<&PeerNetwork::connect_status>("ConnectStatus"),
     number<&PeerNetwork::enable_sharing>("EnableSharing"),
     number<&PeerNetwork::enable_folder_sharing>("EnableFolderSharing"),
     number<&PeerNetwork::enable_connection_sharing>("EnableConnectionSharing"),
 };
-constexpr Schema<PeerNetwork> kPeerNetwork{"PeerNetwork", kPeerNetworkFields};
+constexpr Schema<PeerNetwork> kPeerNetwork{"PeerNetwork", kPeerNetworkFields,
+                                           made_by<peer_network_new>};
 
 constexpr Field<AddNetworkRequest> kAddNetworkRequestFields[] = {
     text<&AddNetworkRequest::name>("Name"),
@@ -119,129 +167,49 @@ constexpr Field<AddNetworkRequest> kAddNetworkRequestFields[] = {
     number<&AddNetworkRequest::type>("Type"),
     number<&AddNetworkRequest::connection_type>("ConnectionType"),
 };
-constexpr Schema<AddNetworkRequest> kAddNetworkRequest{"AddNetworkRequest",
-                                                       kAddNetworkRequestFields};
+constexpr Schema<AddNetworkRequest> kAddNetworkRequest{
+    "AddNetworkRequest", kAddNetworkRequestFields, made_by<add_network_request_empty>};
 
-std::string_view share_element_name(int type) {
-  if (type == SHARE_TYPE_FOLDER) return "FolderShare";
-  if (type == SHARE_TYPE_CONNECTION) return "ConnectionShare";
-  return "Share";
+constexpr Document<PeerNetwork> kPeerNetworks{
+    .root = "PeerNetworks", .item = kPeerNetwork, .rule = Root::kRequired, .null_items = true};
+constexpr Document<Notification> kNotifications{"Notifications", kNotification, Root::kOrEmpty};
+constexpr Document<Share> kShares{"Shares", kShare, Root::kAny};
+
+// A record, or a document's List, as a new tree, as text, or under a parent element.
+template <typename Record, typename Owner>
+void write(const Schema<Record, Owner>& schema, const Record& record, XmlOut& out) {
+  schema::write_record(schema, record, out);
 }
 
-int share_type_of(std::string_view element_name) {
-  if (element_name == "FolderShare") return SHARE_TYPE_FOLDER;
-  if (element_name == "ConnectionShare") return SHARE_TYPE_CONNECTION;
-  return 0;
+template <typename Item>
+void write(const Document<Item>& document, const List<std::unique_ptr<Item>>& list, XmlOut& out) {
+  schema::write_records(document.item, list, document.root, out);
 }
 
-template <typename Item, typename Write>
-void write_items(const List<std::unique_ptr<Item>>& list, XmlOut& out, Write write) {
-  // A null item (a child the reader did not recognise) has nothing to write.
-  for (const auto& item : list) {
-    if (item) write(*item, out);
-  }
+std::unique_ptr<XmlNode> tree_of(const auto& kind, const auto& value) {
+  XmlOut out;
+  write(kind, value, out);
+  return out.tree();
 }
 
-template <typename Item, typename Write>
-void write_list(const List<std::unique_ptr<Item>>& list, std::string_view name, XmlOut& out,
-                Write write) {
-  out.open(name);
-  write_items(list, out, write);
-  out.close(name);
+std::string text_of(const auto& kind, const auto& value) {
+  std::string text;
+  XmlOut out(text);
+  write(kind, value, out);
+  return text;
 }
 
-void write_accessor(const Accessor& accessor, XmlOut& out) {
-  schema::write_record(kAccessor, accessor, kAccessor.element, out);
-}
-
-void write_access_list(const AccessList& access_list, XmlOut& out) {
-  write_list(access_list.accessors, "AccessList", out, write_accessor);
-}
-
-void write_share(const Share& share, XmlOut& out) {
-  schema::write_record(kShare, share, share_element_name(share.type), out);
-}
-
-void write_notification(const Notification& notification, XmlOut& out) {
-  if (notification.type == NOTIFICATION_TYPE_MEMBER) {
-    schema::write_record(kNotification, notification, kNotification.element, out);
-  }
-}
-
-void write_member(const PeerMember& member, XmlOut& out) {
-  schema::write_record(kPeerMember, member, kPeerMember.element, out);
-}
-
-void write_members(const PeerMemberList& members, XmlOut& out) {
-  write_list(members, "PeerMembers", out, write_member);
-}
-
-void write_network(const PeerNetwork& network, XmlOut& out) {
-  schema::write_record(kPeerNetwork, network, kPeerNetwork.element, out);
-}
-
-// Writers that append under a parent element.
-template <typename Value, typename Write>
-void write_under(XmlNode& parent, const Value& value, Write write) {
+void write_under(XmlNode& parent, const auto& kind, const auto& value) {
   XmlOut out(parent);
-  write(value, out);
+  write(kind, value, out);
 }
 
-// A record as a new tree, and as text.
-template <typename Record>
-std::unique_ptr<XmlNode> record_tree(const Schema<Record>& schema, const Record& record) {
-  std::unique_ptr<XmlNode> root = xml_node_new(schema.element);
-  XmlOut out(*root);
-  schema::write_fields(schema, record, out);
-  return root;
-}
-
-template <typename Record>
-std::string record_text(const Schema<Record>& schema, const Record& record) {
-  std::string text;
-  XmlOut out(text);
-  schema::write_record(schema, record, schema.element, out);
-  return text;
-}
-
-// A List of records as a new tree whose root is named `name`, and as text.
-template <typename Item, typename Write>
-std::unique_ptr<XmlNode> list_tree(const List<std::unique_ptr<Item>>& list, std::string_view name,
-                                   Write write) {
-  std::unique_ptr<XmlNode> root = xml_node_new(name);
-  XmlOut out(*root);
-  write_items(list, out, write);
-  return root;
-}
-
-template <typename Item, typename Write>
-std::string list_text(const List<std::unique_ptr<Item>>& list, std::string_view name, Write write) {
-  std::string text;
-  XmlOut out(text);
-  write_list(list, name, out, write);
-  return text;
-}
-
-// Parses `text`, reads its root with `read` and frees the tree; null when it does not parse.
-template <typename Read>
-auto parse_with(std::string_view text, Read read) -> decltype(read(std::declval<XmlNode&>())) {
-  std::unique_ptr<XmlNode> root = xml_parse(text);
-  if (!root) return nullptr;
-  return read(*root);
-}
-
-// Reads the children of the root of `text` into `list` with `read` as the parser completes
-// them, so that a long list never exists as a tree; only a root named `root_name` (any root
-// when empty) has its children read. Returns the root's name, or std::nullopt, with `list`
-// emptied, when the text does not parse.
-template <typename Item, typename Read>
-std::optional<std::string_view> read_children(std::string_view text, std::string_view root_name,
-                                              List<Item>& list, Read read) {
-  const auto root = xml_parse_children(text, [&](const XmlNode& parsed, const XmlNode& child) {
-    if (root_name.empty() || xml_node_name(parsed) == root_name) read(child, list);
-  });
-  if (!root) list_clear(list);
-  return root;
+// Parses `text`, reads its root as a record of the kind and frees the tree; null when it does
+// not parse.
+template <const auto& kind>
+auto parse_record(std::string_view text) {
+  const std::unique_ptr<XmlNode> root = xml_parse(text);
+  return root ? schema::read_record<kind>(*root) : nullptr;
 }
 
 }  // namespace
@@ -264,43 +232,35 @@ Text xml_text_dup(const XmlNode& element) {
 }
 
 std::unique_ptr<ServiceState> service_state_from_xml(const XmlNode& element) {
-  return schema::read_record(kServiceState, element, service_state_new);
+  return schema::read_record<kServiceState>(element);
 }
 
 std::unique_ptr<PeerConnectionInfo> peer_connection_info_from_xml(const XmlNode& element) {
-  return schema::read_record(kPeerConnectionInfo, element, peer_connection_info_new);
+  return schema::read_record<kPeerConnectionInfo>(element);
 }
 
 void accessor_read(const XmlNode& element, AccessorList& list) {
-  auto make = [] { return std::make_unique<Accessor>(); };
-  if (auto accessor = schema::read_record(kAccessor, element, make)) {
-    list_append(list, std::move(accessor));
-  }
+  schema::read_item<kAccessor, true>(element, nullptr, list);
 }
 
 void access_list_read(const XmlNode& element, AccessList& access_list) {
-  for (const XmlNode& child : xml_node_children(element)) {
-    accessor_read(child, access_list.accessors);
-  }
+  schema::read_items<kAccessor, true>(element, nullptr, access_list.accessors);
 }
 
 void share_read(const XmlNode& element, ShareList& list) {
-  auto share = share_new(std::nullopt, share_type_of(xml_node_name(element)));
-  schema::read_fields(kShare, element, *share);
-  list_append(list, std::move(share));
+  schema::read_item<kShare, true>(element, nullptr, list);
 }
 
 void share_list_read(const XmlNode& element, ShareList& list) {
-  for (const XmlNode& child : xml_node_children(element)) share_read(child, list);
+  schema::read_items<kShare, true>(element, nullptr, list);
 }
 
-// A Notification element is read only from a Type child of 7 on, into the kind-7 record made
-// without texts, which that constructor refuses: no element ever adds a notification, so every
-// list read is empty. Only a text that does not parse gives no list.
-void notification_read(const XmlNode&, NotificationList&) {}
+void notification_read(const XmlNode& element, NotificationList& list) {
+  schema::read_item<kNotification, true>(element, nullptr, list);
+}
 
-std::unique_ptr<NotificationList> notification_list_from_xml(const XmlNode&) {
-  return list_create<std::unique_ptr<Notification>>();
+std::unique_ptr<NotificationList> notification_list_from_xml(const XmlNode& element) {
+  return schema::document_from_xml<kNotifications>(element);
 }
 
 void string_list_read(const XmlNode& element, std::string_view list_name,
@@ -312,82 +272,62 @@ void string_list_read(const XmlNode& element, std::string_view list_name,
 }
 
 std::unique_ptr<PeerMember> peer_member_from_xml(const XmlNode& element, PeerNetwork* network) {
-  return schema::read_record(kPeerMember, element, [&] { return peer_member_new(network); });
+  return schema::read_record<kPeerMember>(element, network);
 }
 
 void peer_member_list_read(const XmlNode& element, PeerNetwork& network) {
-  if (!same_bytes(xml_node_name(element), "PeerMembers")) return;
-  for (const XmlNode& child : xml_node_children(element)) {
-    if (same_bytes(xml_node_name(child), kPeerMember.element)) {
-      // The network is still being read: no other thread can reach its List yet.
-      list_append_unlocked(network.peer_members, peer_member_from_xml(child, &network));
-    }
+  if (same_bytes(xml_node_name(element), kPeerMembersRow.element)) {
+    kPeerMembersRow.read(kPeerMembersRow, element, network);
   }
 }
 
 std::unique_ptr<PeerNetwork> peer_network_from_xml(const XmlNode& element) {
-  return schema::read_record(kPeerNetwork, element, peer_network_new);
+  return schema::read_record<kPeerNetwork>(element);
 }
 
 std::unique_ptr<PeerNetworkList> peer_network_list_from_xml(const XmlNode& element) {
-  if (xml_node_name(element) != "PeerNetworks") return nullptr;
-  auto list = list_create<std::unique_ptr<PeerNetwork>>();
-  for (const XmlNode& child : xml_node_children(element)) {
-    list_append(*list, peer_network_from_xml(child));
-  }
-  return list;
+  return schema::document_from_xml<kPeerNetworks>(element);
 }
 
 std::unique_ptr<AddNetworkRequest> add_network_request_from_xml(const XmlNode& element) {
-  return schema::read_record(kAddNetworkRequest, element, add_network_request_empty);
+  return schema::read_record<kAddNetworkRequest>(element);
 }
 
 std::unique_ptr<ServiceState> service_state_parse(std::string_view text) {
-  return parse_with(text, [](const XmlNode& root) { return service_state_from_xml(root); });
+  return parse_record<kServiceState>(text);
 }
 
 std::unique_ptr<PeerConnectionInfo> peer_connection_info_parse(std::string_view text) {
-  return parse_with(text, [](const XmlNode& root) { return peer_connection_info_from_xml(root); });
+  return parse_record<kPeerConnectionInfo>(text);
 }
 
 std::unique_ptr<PeerNetworkList> peer_network_list_parse(std::string_view text) {
-  auto list = list_create<std::unique_ptr<PeerNetwork>>();
-  const bool read = peer_network_list_each(text, [&](std::unique_ptr<PeerNetwork> network) {
-    list_append_unlocked(*list, std::move(network));
-  });
-  return read ? std::move(list) : nullptr;
+  return schema::parse_document<kPeerNetworks>(text);
 }
 
 bool peer_network_list_each(std::string_view text,
                             const std::function<void(std::unique_ptr<PeerNetwork>)>& each) {
-  const auto root = xml_parse_children(text, [&](const XmlNode& parsed, const XmlNode& child) {
-    if (xml_node_name(parsed) == "PeerNetworks") each(peer_network_from_xml(child));
-  });
-  return root == "PeerNetworks";
+  return schema::read_document<kPeerNetworks>(text, each);
 }
 
 std::unique_ptr<PeerNetwork> peer_network_parse(std::string_view text) {
-  return parse_with(text, [](const XmlNode& root) { return peer_network_from_xml(root); });
+  return parse_record<kPeerNetwork>(text);
 }
 
 std::unique_ptr<PeerMember> peer_member_parse(std::string_view text) {
-  return parse_with(text, [](const XmlNode& root) { return peer_member_from_xml(root, nullptr); });
+  return parse_record<kPeerMember>(text);
 }
 
 std::unique_ptr<NotificationList> notification_list_parse(std::string_view text) {
-  auto list = list_create<std::unique_ptr<Notification>>();
-  if (!read_children(text, "Notifications", *list, notification_read)) return nullptr;
-  return list;
+  return schema::parse_document<kNotifications>(text);
 }
 
 std::unique_ptr<AddNetworkRequest> add_network_request_parse(std::string_view text) {
-  return parse_with(text, [](const XmlNode& root) { return add_network_request_from_xml(root); });
+  return parse_record<kAddNetworkRequest>(text);
 }
 
 std::unique_ptr<ShareList> share_list_parse(std::string_view text) {
-  auto list = list_create<std::unique_ptr<Share>>();
-  read_children(text, {}, *list, share_read);
-  return list;
+  return schema::parse_document<kShares>(text);
 }
 
 // --- writing ---
@@ -400,10 +340,6 @@ void xml_set_text_long(XmlNode& element, long number) {
   xml_node_set_text(element, str_from_long(number));
 }
 
-void schema::write_shares(const ShareList& list, std::string_view name, XmlOut& out) {
-  write_list(list, name, out, write_share);
-}
-
 void schema::write_texts(const TextList* list, std::string_view name, std::string_view item,
                          XmlOut& out) {
   out.open(name);
@@ -414,32 +350,35 @@ void schema::write_texts(const TextList* list, std::string_view name, std::strin
 }
 
 void accessor_write(const Accessor& accessor, XmlNode& parent) {
-  write_under(parent, accessor, write_accessor);
+  write_under(parent, kAccessor, accessor);
 }
 
 void access_list_write(const AccessList& access_list, XmlNode& parent) {
-  write_under(parent, access_list, write_access_list);
+  XmlOut out(parent);
+  schema::write_records(kAccessor, access_list.accessors, kAccessListRow.element, out);
 }
 
 void share_write(const Share& share, XmlNode& parent) {
-  write_under(parent, share, write_share);
+  write_under(parent, kShare, share);
 }
 
 void share_list_write(const ShareList& list, std::string_view element_name, XmlNode& parent) {
   XmlOut out(parent);
-  schema::write_shares(list, element_name, out);
+  schema::write_records(kShare, list, element_name, out);
 }
 
 std::unique_ptr<XmlNode> share_list_to_xml(const ShareList& list, std::string_view element_name) {
-  return list_tree(list, element_name, write_share);
+  XmlOut out;
+  schema::write_records(kShare, list, element_name, out);
+  return out.tree();
 }
 
 void notification_write(const Notification& notification, XmlNode& parent) {
-  write_under(parent, notification, write_notification);
+  write_under(parent, kNotification, notification);
 }
 
 std::unique_ptr<XmlNode> notification_list_to_xml(const NotificationList& list) {
-  return list_tree(list, "Notifications", write_notification);
+  return tree_of(kNotifications, list);
 }
 
 void string_list_write(const TextList& list, std::string_view list_name, std::string_view item_name,
@@ -449,39 +388,40 @@ void string_list_write(const TextList& list, std::string_view list_name, std::st
 }
 
 void peer_member_write(const PeerMember& member, XmlNode& parent) {
-  write_under(parent, member, write_member);
+  write_under(parent, kPeerMember, member);
 }
 
 std::unique_ptr<XmlNode> peer_member_to_xml(const PeerMember& member) {
-  return record_tree(kPeerMember, member);
+  return tree_of(kPeerMember, member);
 }
 
 void peer_member_list_write(const PeerMemberList& list, XmlNode& parent) {
-  write_under(parent, list, write_members);
+  XmlOut out(parent);
+  schema::write_records(kPeerMember, list, kPeerMembersRow.element, out);
 }
 
 void peer_network_write(const PeerNetwork& network, XmlNode& parent) {
-  write_under(parent, network, write_network);
+  write_under(parent, kPeerNetwork, network);
 }
 
 std::unique_ptr<XmlNode> peer_network_to_xml(const PeerNetwork& network) {
-  return record_tree(kPeerNetwork, network);
+  return tree_of(kPeerNetwork, network);
 }
 
 std::unique_ptr<XmlNode> peer_network_list_to_xml(const PeerNetworkList& list) {
-  return list_tree(list, "PeerNetworks", write_network);
+  return tree_of(kPeerNetworks, list);
 }
 
 std::unique_ptr<XmlNode> service_state_to_xml(const ServiceState& state) {
-  return record_tree(kServiceState, state);
+  return tree_of(kServiceState, state);
 }
 
 std::unique_ptr<XmlNode> peer_connection_info_to_xml(const PeerConnectionInfo& info) {
-  return record_tree(kPeerConnectionInfo, info);
+  return tree_of(kPeerConnectionInfo, info);
 }
 
 std::unique_ptr<XmlNode> add_network_request_to_xml(const AddNetworkRequest& request) {
-  return record_tree(kAddNetworkRequest, request);
+  return tree_of(kAddNetworkRequest, request);
 }
 
 std::string add_network_request_to_text(OptionalText name, const TextList& members, int type,
@@ -492,35 +432,35 @@ std::string add_network_request_to_text(OptionalText name, const TextList& membe
 }
 
 std::string add_network_request_to_text(const AddNetworkRequest& request) {
-  return record_text(kAddNetworkRequest, request);
+  return text_of(kAddNetworkRequest, request);
 }
 
 std::string share_list_to_text(const ShareList& list) {
-  return list_text(list, "Shares", write_share);
+  return text_of(kShares, list);
 }
 
 std::string service_state_to_text(const ServiceState& state) {
-  return record_text(kServiceState, state);
+  return text_of(kServiceState, state);
 }
 
 std::string peer_connection_info_to_text(const PeerConnectionInfo& info) {
-  return record_text(kPeerConnectionInfo, info);
+  return text_of(kPeerConnectionInfo, info);
 }
 
 std::string notification_list_to_text(const NotificationList& list) {
-  return list_text(list, "Notifications", write_notification);
+  return text_of(kNotifications, list);
 }
 
 std::string peer_network_list_to_text(const PeerNetworkList& list) {
-  return list_text(list, "PeerNetworks", write_network);
+  return text_of(kPeerNetworks, list);
 }
 
 std::string peer_network_to_text(const PeerNetwork& network) {
-  return record_text(kPeerNetwork, network);
+  return text_of(kPeerNetwork, network);
 }
 
 std::string peer_member_to_text(const PeerMember& member) {
-  return record_text(kPeerMember, member);
+  return text_of(kPeerMember, member);
 }
 
 std::string access_list_allow_text(const AccessList& access_list) {
