@@ -23,6 +23,7 @@
 
 #include "quorlin/base/same_bytes_internal.hpp"
 #include "quorlin/records/record_reader.hpp"
+#include "quorlin/records/record_visit.hpp"
 #include "quorlin/records/record_writer.hpp"
 #include "quorlin/records/records.hpp"
 #include "quorlin/xml/xml_node.hpp"
@@ -31,10 +32,51 @@
 
 namespace quorlin::schema {
 
+// Where the writers' walk goes: into XML through XmlOut, or to a RecordVisitor, which is told
+// numbers from texts and lists from records. One walk of the tables serves both.
+class RecordOut {
+ public:
+  explicit RecordOut(XmlOut& xml) : xml_(&xml) {}
+  explicit RecordOut(RecordVisitor& visitor) : visitor_(&visitor) {}
+
+  // A text element; std::nullopt writes it without text.
+  void text(std::string_view name, OptionalText value) {
+    if (xml_ != nullptr) return xml_->element(name, value);
+    visitor_->text(name, value);
+  }
+  // A number element, written in decimal.
+  void number(std::string_view name, long value) {
+    if (xml_ == nullptr) return visitor_->number(name, value);
+    char digits[24];
+    const auto end = std::to_chars(digits, digits + sizeof digits, value).ptr;
+    xml_->element(name, std::string_view(digits, end - digits));
+  }
+  void begin_record(std::string_view name) {
+    if (xml_ != nullptr) return xml_->open(name);
+    visitor_->begin_record(name);
+  }
+  void end_record(std::string_view name) {
+    if (xml_ != nullptr) return xml_->close(name);
+    visitor_->end_record();
+  }
+  void begin_list(std::string_view name) {
+    if (xml_ != nullptr) return xml_->open(name);
+    visitor_->begin_list(name);
+  }
+  void end_list(std::string_view name) {
+    if (xml_ != nullptr) return xml_->close(name);
+    visitor_->end_list();
+  }
+
+ private:
+  XmlOut* xml_ = nullptr;
+  RecordVisitor* visitor_ = nullptr;
+};
+
 template <typename Record>
 struct Field {
   using Read = void (*)(const Field& field, const XmlNode& child, Record& record);
-  using Write = void (*)(const Field& field, const Record& record, XmlOut& out);
+  using Write = void (*)(const Field& field, const Record& record, RecordOut& out);
 
   std::string_view element;
   Read read = nullptr;         // null: the child is skipped
@@ -195,27 +237,27 @@ std::unique_ptr<RecordsOf<document>> document_from_xml(const XmlNode& root) {
 
 // Writes the record as its element, unless the kind leaves it out.
 template <typename Record, typename Owner>
-void write_record(const Schema<Record, Owner>& schema, const Record& record, XmlOut& out) {
+void write_record(const Schema<Record, Owner>& schema, const Record& record, RecordOut& out) {
   if (schema.written != nullptr && !schema.written(record)) return;
   const std::string_view name =
       schema.element_of != nullptr ? schema.element_of(record) : schema.element;
-  out.open(name);
+  out.begin_record(name);
   for (const Field<Record>& field : schema.fields) {
     if (field.write != nullptr) field.write(field, record, out);
   }
-  out.close(name);
+  out.end_record(name);
 }
 
 // Writes the List as an element named `name` holding its records in List order. A null item (a
 // child the reader did not recognise) has nothing to write.
 template <typename Item, typename Owner>
 void write_records(const Schema<Item, Owner>& item, const List<std::unique_ptr<Item>>& list,
-                   std::string_view name, XmlOut& out) {
-  out.open(name);
+                   std::string_view name, RecordOut& out) {
+  out.begin_list(name);
   for (const auto& record : list) {
     if (record) write_record(item, *record, out);
   }
-  out.close(name);
+  out.end_list(name);
 }
 
 // --- the kinds of field ---
@@ -244,9 +286,9 @@ constexpr Field<RecordOf<Member>> text(std::string_view element) {
               value.reset();
             }
           },
-          [](const Field<Record>& field, const Record& record, XmlOut& out) {
+          [](const Field<Record>& field, const Record& record, RecordOut& out) {
             const Text& value = record.*Member;
-            out.element(field.element, value ? OptionalText(*value) : std::nullopt);
+            out.text(field.element, value ? OptionalText(*value) : std::nullopt);
           }};
 }
 
@@ -260,10 +302,8 @@ constexpr Field<RecordOf<Member>> number(std::string_view element) {
             // The int narrowing keeps the low bits, as atoi's does.
             record.*Member = static_cast<Value>(xml_text_long(child));
           },
-          [](const Field<Record>& field, const Record& record, XmlOut& out) {
-            char digits[24];
-            const auto end = std::to_chars(digits, digits + sizeof digits, record.*Member).ptr;
-            out.element(field.element, std::string_view(digits, end - digits));
+          [](const Field<Record>& field, const Record& record, RecordOut& out) {
+            out.number(field.element, record.*Member);
           }};
 }
 
@@ -275,8 +315,8 @@ constexpr Field<RecordOf<Member>> fixed_text(std::string_view element) {
           [](const Field<Record>&, const XmlNode& child, Record& record) {
             copy_fixed_text(record.*Member, xml_node_text(child));
           },
-          [](const Field<Record>& field, const Record& record, XmlOut& out) {
-            out.element(field.element, std::string_view(record.*Member));
+          [](const Field<Record>& field, const Record& record, RecordOut& out) {
+            out.text(field.element, std::string_view(record.*Member));
           }};
 }
 
@@ -313,14 +353,15 @@ constexpr Field<RecordOf<Member>> record_list(std::string_view element) {
           [](const Field<Record>&, const XmlNode& child, Record& record) {
             read_items<item, false>(child, &record, list_of(record.*Member));
           },
-          [](const Field<Record>& field, const Record& record, XmlOut& out) {
+          [](const Field<Record>& field, const Record& record, RecordOut& out) {
             write_records(item, list_of(record.*Member), field.element, out);
           }};
 }
 
 // Writes a List of texts as an element named `name` holding one `item` element per text; a
 // missing List writes the element empty.
-void write_texts(const TextList* list, std::string_view name, std::string_view item, XmlOut& out);
+void write_texts(const TextList* list, std::string_view name, std::string_view item,
+                 RecordOut& out);
 
 // Texts of the children named `item`; a missing List writes an empty element.
 template <auto Member>
@@ -332,7 +373,7 @@ constexpr Field<RecordOf<Member>> text_list(std::string_view element, std::strin
             if (xml_node_children(child).first == nullptr) return;
             string_list_read(child, field.element, field.item, *text_list_of(record.*Member));
           },
-          [](const Field<Record>& field, const Record& record, XmlOut& out) {
+          [](const Field<Record>& field, const Record& record, RecordOut& out) {
             write_texts(text_list_of(record.*Member), field.element, field.item, out);
           },
           item};

@@ -9,6 +9,7 @@
 #include "quorlin/base/strings.hpp"
 #include "quorlin/records/record_reader.hpp"
 #include "quorlin/records/record_schema_internal.hpp"
+#include "quorlin/records/record_visit.hpp"
 #include "quorlin/records/record_writer.hpp"
 #include "quorlin/xml/xml_parser.hpp"
 #include "quorlin/xml/xml_writer_internal.hpp"
@@ -87,7 +88,7 @@ constexpr Field<Share> kShareFields[] = {
     number<&Share::type>("Type"),
     kAccessListRow,
     {"Path", text<&Share::path>({}).read,
-     [](const Field<Share>& field, const Share& share, XmlOut& out) {
+     [](const Field<Share>& field, const Share& share, schema::RecordOut& out) {
        if (share.type == SHARE_TYPE_FOLDER) text<&Share::path>({}).write(field, share, out);
      }},
 };
@@ -175,33 +176,35 @@ constexpr Document<PeerNetwork> kPeerNetworks{
 constexpr Document<Notification> kNotifications{"Notifications", kNotification, Root::kOrEmpty};
 constexpr Document<Share> kShares{"Shares", kShare, Root::kAny};
 
-// A record, or a document's List, as a new tree, as text, or under a parent element.
+// A record, or a document's List, as a new tree, as text, under a parent element, or to a
+// visitor.
 template <typename Record, typename Owner>
-void write(const Schema<Record, Owner>& schema, const Record& record, XmlOut& out) {
+void write(const Schema<Record, Owner>& schema, const Record& record, schema::RecordOut&& out) {
   schema::write_record(schema, record, out);
 }
 
 template <typename Item>
-void write(const Document<Item>& document, const List<std::unique_ptr<Item>>& list, XmlOut& out) {
+void write(const Document<Item>& document, const List<std::unique_ptr<Item>>& list,
+           schema::RecordOut&& out) {
   schema::write_records(document.item, list, document.root, out);
 }
 
 std::unique_ptr<XmlNode> tree_of(const auto& kind, const auto& value) {
   XmlOut out;
-  write(kind, value, out);
+  write(kind, value, schema::RecordOut(out));
   return out.tree();
 }
 
 std::string text_of(const auto& kind, const auto& value) {
   std::string text;
   XmlOut out(text);
-  write(kind, value, out);
+  write(kind, value, schema::RecordOut(out));
   return text;
 }
 
 void write_under(XmlNode& parent, const auto& kind, const auto& value) {
   XmlOut out(parent);
-  write(kind, value, out);
+  write(kind, value, schema::RecordOut(out));
 }
 
 // Parses `text`, reads its root as a record of the kind and frees the tree; null when it does
@@ -341,12 +344,38 @@ void xml_set_text_long(XmlNode& element, long number) {
 }
 
 void schema::write_texts(const TextList* list, std::string_view name, std::string_view item,
-                         XmlOut& out) {
-  out.open(name);
+                         RecordOut& out) {
+  out.begin_list(name);
   if (list != nullptr) {
-    for (const Text& text : *list) out.element(item, text ? OptionalText(*text) : std::nullopt);
+    for (const Text& text : *list) out.text(item, text ? OptionalText(*text) : std::nullopt);
   }
-  out.close(name);
+  out.end_list(name);
+}
+
+RecordVisitor::~RecordVisitor() = default;
+
+void visit_record(const PeerNetwork& network, RecordVisitor& visitor) {
+  write(kPeerNetwork, network, schema::RecordOut(visitor));
+}
+
+void visit_record(const PeerMember& member, RecordVisitor& visitor) {
+  write(kPeerMember, member, schema::RecordOut(visitor));
+}
+
+void visit_record(const Share& share, RecordVisitor& visitor) {
+  write(kShare, share, schema::RecordOut(visitor));
+}
+
+void visit_record(const Notification& notification, RecordVisitor& visitor) {
+  write(kNotification, notification, schema::RecordOut(visitor));
+}
+
+void visit_record(const ServiceState& state, RecordVisitor& visitor) {
+  write(kServiceState, state, schema::RecordOut(visitor));
+}
+
+void visit_record(const PeerConnectionInfo& info, RecordVisitor& visitor) {
+  write(kPeerConnectionInfo, info, schema::RecordOut(visitor));
 }
 
 void accessor_write(const Accessor& accessor, XmlNode& parent) {
@@ -354,7 +383,8 @@ void accessor_write(const Accessor& accessor, XmlNode& parent) {
 }
 
 void access_list_write(const AccessList& access_list, XmlNode& parent) {
-  XmlOut out(parent);
+  XmlOut xml(parent);
+  schema::RecordOut out(xml);
   schema::write_records(kAccessor, access_list.accessors, kAccessListRow.element, out);
 }
 
@@ -363,14 +393,16 @@ void share_write(const Share& share, XmlNode& parent) {
 }
 
 void share_list_write(const ShareList& list, std::string_view element_name, XmlNode& parent) {
-  XmlOut out(parent);
+  XmlOut xml(parent);
+  schema::RecordOut out(xml);
   schema::write_records(kShare, list, element_name, out);
 }
 
 std::unique_ptr<XmlNode> share_list_to_xml(const ShareList& list, std::string_view element_name) {
-  XmlOut out;
+  XmlOut xml;
+  schema::RecordOut out(xml);
   schema::write_records(kShare, list, element_name, out);
-  return out.tree();
+  return xml.tree();
 }
 
 void notification_write(const Notification& notification, XmlNode& parent) {
@@ -383,7 +415,8 @@ std::unique_ptr<XmlNode> notification_list_to_xml(const NotificationList& list) 
 
 void string_list_write(const TextList& list, std::string_view list_name, std::string_view item_name,
                        XmlNode& parent) {
-  XmlOut out(parent);
+  XmlOut xml(parent);
+  schema::RecordOut out(xml);
   schema::write_texts(&list, list_name, item_name, out);
 }
 
@@ -396,7 +429,8 @@ std::unique_ptr<XmlNode> peer_member_to_xml(const PeerMember& member) {
 }
 
 void peer_member_list_write(const PeerMemberList& list, XmlNode& parent) {
-  XmlOut out(parent);
+  XmlOut xml(parent);
+  schema::RecordOut out(xml);
   schema::write_records(kPeerMember, list, kPeerMembersRow.element, out);
 }
 
