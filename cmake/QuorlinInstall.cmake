@@ -3,7 +3,7 @@
 # quorlinadmin.
 include(CMakePackageConfigHelpers)
 
-install(TARGETS quorlinadmin RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
+install(TARGETS quorlinadmin quorlinctl RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
 # Consumers link quorlin::quorlin, the shared library, as a Debian user expects; the static one
 # stays at hand as quorlin::quorlin_static.
 set_target_properties(quorlin PROPERTIES EXPORT_NAME quorlin_static)
@@ -12,7 +12,7 @@ install(TARGETS quorlin quorlin_shared EXPORT quorlinTargets
         ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR} LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR})
 install(DIRECTORY quorlin/ DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/quorlin
         FILES_MATCHING PATTERN "*.hpp"
-        PATTERN "*_test_support.hpp" EXCLUDE PATTERN "*_internal.hpp" EXCLUDE PATTERN "cli" EXCLUDE)
+        PATTERN "*_test_support.hpp" EXCLUDE PATTERN "*_internal.hpp" EXCLUDE PATTERN "cli" EXCLUDE PATTERN "ctl" EXCLUDE)
 
 set(config_dir ${CMAKE_INSTALL_LIBDIR}/cmake/quorlin)
 install(EXPORT quorlinTargets NAMESPACE quorlin:: DESTINATION ${config_dir})
@@ -31,9 +31,11 @@ file(RELATIVE_PATH QUORLIN_PC_PREFIX_FROM_PCFILEDIR
 configure_file(packaging/quorlin.pc.in ${PROJECT_BINARY_DIR}/quorlin.pc @ONLY)
 install(FILES ${PROJECT_BINARY_DIR}/quorlin.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
 
-install(FILES packaging/quorlinadmin.1 DESTINATION ${CMAKE_INSTALL_MANDIR}/man1)
-install(FILES packaging/quorlinadmin.bash-completion DESTINATION share/bash-completion/completions
-        RENAME quorlinadmin)
+install(FILES packaging/quorlinadmin.1 packaging/quorlinctl.1 DESTINATION ${CMAKE_INSTALL_MANDIR}/man1)
+foreach(tool quorlinadmin quorlinctl)
+  install(FILES packaging/${tool}.bash-completion DESTINATION share/bash-completion/completions
+          RENAME ${tool})
+endforeach()
 install(FILES README.md debian/copyright DESTINATION ${CMAKE_INSTALL_DOCDIR})
 
 include(cmake/QuorlinApiReference.cmake)
