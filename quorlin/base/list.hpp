@@ -19,7 +19,7 @@
 /// recursive_mutex_init; a List on the heap uses a RecursiveLock, which is recursive as
 /// std::recursive_mutex is but takes 16 bytes and no allocation.
 ///
-/// Nodes come from the pool (base/pool.hpp), so that a List built and freed whole costs no
+/// Nodes come from the library's pool, so that a List built and freed whole costs no
 /// malloc per node, unless the List is given other node storage: a tree that is freed as a whole
 /// (an XML document) places its Lists' nodes in its own arena.
 #ifndef QUORLIN_BASE_LIST_HPP
@@ -34,7 +34,7 @@
 #include <type_traits>
 #include <utility>
 
-#include "quorlin/base/pool.hpp"
+#include "quorlin/base/api.hpp"
 #include "quorlin/base/recursive_lock.hpp"
 
 namespace quorlin {
@@ -85,22 +85,24 @@ class ListIterator {
   NodePointer node_ = nullptr;
 };
 
+/// Memory for a List node of `size` bytes, from the library's pool (operator new above 1 KiB);
+/// throws std::bad_alloc. Freed with list_node_free and the same size, from any thread.
+QUORLIN_API void* list_node_allocate(std::size_t size);
+QUORLIN_API void list_node_free(void* memory, std::size_t size) noexcept;
+
 /// Node storage: where a List's nodes live, and the kind of lock that goes with them. The
-/// default takes small nodes from the pool.
+/// default takes nodes from the library's pool.
 struct PoolNodes {
   using Lock = RecursiveLock;
 
-  /// Memory for one Node: from the pool when small enough, else from operator new.
   template <typename Node>
   void* allocate() {
-    if constexpr (sizeof(Node) <= kPoolLargest) return pool_allocate(sizeof(Node));
-    return ::operator new(sizeof(Node));
+    return list_node_allocate(sizeof(Node));
   }
   /// Gives back memory that allocate<Node> returned.
   template <typename Node>
   void deallocate(void* memory) {
-    if constexpr (sizeof(Node) <= kPoolLargest) return pool_free(memory);
-    ::operator delete(memory);
+    list_node_free(memory, sizeof(Node));
   }
 };
 

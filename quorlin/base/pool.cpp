@@ -2,7 +2,8 @@
 // object it will still hand out: the carving thread counts its objects without atomics, and a
 // free only ever subtracts one. When the thread moves on, it gives back the holds of the objects
 // it did not carve; whoever brings the count to zero frees the chunk.
-#include "quorlin/base/pool.hpp"
+#include "quorlin/base/list.hpp"
+#include "quorlin/base/pool_internal.hpp"
 
 #include <pthread.h>
 
@@ -128,5 +129,14 @@ void pool_free(void* memory) noexcept {
 }
 
 #endif
+
+void* list_node_allocate(std::size_t size) {
+  return size <= kPoolLargest ? pool_allocate(size) : ::operator new(size);
+}
+
+void list_node_free(void* memory, std::size_t size) noexcept {
+  if (size <= kPoolLargest) return pool_free(memory);
+  ::operator delete(memory);
+}
 
 }  // namespace quorlin

@@ -61,21 +61,6 @@ QUORLIN_API bool str_has_at(std::string_view text, std::string_view prefix, std:
 QUORLIN_API const char* str_find_bounded(const char* haystack, std::string_view needle,
                                          std::size_t n);
 
-/// What strtol(text, nullptr, 10) gives for `text` read as a C string (it ends at a NUL):
-/// leading blanks, one sign, then decimal digits; LONG_MIN or LONG_MAX when the value does not
-/// fit; 0 without digits. No copy and no terminator are needed.
-QUORLIN_API long decimal_prefix_any(std::string_view text);  ///< out of line, for any text
-inline long decimal_prefix(std::string_view text) {
-  /// Most numbers of a document are a few plain digits: read those here, the rest out of line.
-  if (text.empty() || text.size() > 18) return decimal_prefix_any(text);
-  long value = 0;
-  for (const char digit : text) {
-    if (digit < '0' || digit > '9') return decimal_prefix_any(text);
-    value = value * 10 + (digit - '0');
-  }
-  return value;
-}
-
 /// The lower-case digit of 0..15; "0" for anything above.
 QUORLIN_API char hex_digit(unsigned value);
 

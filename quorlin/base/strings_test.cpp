@@ -1,4 +1,5 @@
 #include "quorlin/base/strings.hpp"
+#include "quorlin/base/strings_internal.hpp"
 
 #include <gtest/gtest.h>
 

@@ -13,6 +13,7 @@
 #include <string>
 
 #include "quorlin/base/strings.hpp"
+#include "quorlin/base/strings_internal.hpp"
 #include "quorlin/client/form.hpp"
 #include "quorlin/client/line_internal.hpp"
 #include "quorlin/net/owned_descriptor_internal.hpp"

@@ -7,6 +7,7 @@
 #include <cstdio>
 
 #include "quorlin/base/strings.hpp"
+#include "quorlin/base/strings_internal.hpp"
 #include "quorlin/records/record_reader.hpp"
 #include "quorlin/records/record_schema_internal.hpp"
 #include "quorlin/records/record_visit.hpp"

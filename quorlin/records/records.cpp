@@ -2,7 +2,26 @@
 // types' own: unique_ptr items free themselves with their List nodes.
 #include "quorlin/records/records.hpp"
 
+#include "quorlin/base/pool_internal.hpp"
+
 namespace quorlin {
+
+// The records of a list are many and small, made together and freed together: each kind's new
+// and delete carve them from the pool.
+#define QUORLIN_POOLED_STORAGE(Record)             \
+  void* Record::operator new(std::size_t size) {   \
+    static_assert(sizeof(Record) <= kPoolLargest); \
+    return pool_allocate(size);                    \
+  }                                                \
+  void Record::operator delete(void* memory) {     \
+    pool_free(memory);                             \
+  }
+QUORLIN_POOLED_STORAGE(Accessor)
+QUORLIN_POOLED_STORAGE(AccessList)
+QUORLIN_POOLED_STORAGE(Share)
+QUORLIN_POOLED_STORAGE(PeerMember)
+QUORLIN_POOLED_STORAGE(PeerNetwork)
+#undef QUORLIN_POOLED_STORAGE
 
 // Default-initialised rather than value-initialised: the member initialisers are all there is to
 // set, and a list of thousands of records does not pay for zeroing each one first.

@@ -6,8 +6,9 @@
 /// shares and queued messages, a Share its AccessList and Accessors; destroying the top frees
 /// everything below it once. A member's `network` points up to its owner and is never owned.
 /// Texts are std::optional: null and empty are different values on the wire. The records that
-/// come in lists are allocated from the pool (base/pool.hpp), so that reading a long list costs
-/// no malloc per record; `new`, `delete` and unique_ptr work on them as on any object.
+/// come in lists take their storage from the library's pool (their own operator new), so that
+/// reading a long list costs no malloc per record; `new`, `delete` and unique_ptr work on them
+/// as on any object.
 ///
 /// Locking: only the member message queue locks (the Messages List's own recursive lock), so
 /// that push, pop and clear keep the bound when several threads use one member. Everything else
@@ -24,7 +25,6 @@
 #include "quorlin/base/api.hpp"
 
 #include "quorlin/base/list.hpp"
-#include "quorlin/base/pool.hpp"
 #include "quorlin/base/recursive_lock.hpp"
 
 namespace quorlin {
@@ -41,7 +41,8 @@ using OptionalText = std::optional<std::string_view>;
 using TextList = List<Text>;  ///< a null item is a text that was absent
 
 struct Accessor {
-  QUORLIN_POOLED(Accessor)
+  QUORLIN_API static void* operator new(std::size_t size);  ///< from the library's pool
+  QUORLIN_API static void operator delete(void* memory);
 
   Text name;
   int type = 0;  ///< 0: allowed
@@ -49,13 +50,15 @@ struct Accessor {
 using AccessorList = List<std::unique_ptr<Accessor>>;
 
 struct AccessList {
-  QUORLIN_POOLED(AccessList)
+  QUORLIN_API static void* operator new(std::size_t size);  ///< from the library's pool
+  QUORLIN_API static void operator delete(void* memory);
 
   AccessorList accessors;
 };
 
 struct Share {
-  QUORLIN_POOLED(Share)
+  QUORLIN_API static void* operator new(std::size_t size);  ///< from the library's pool
+  QUORLIN_API static void operator delete(void* memory);
 
   Text name;
   int type = 0;
@@ -67,7 +70,8 @@ using ShareList = List<std::unique_ptr<Share>>;
 struct PeerNetwork;
 
 struct PeerMember {
-  QUORLIN_POOLED(PeerMember)
+  QUORLIN_API static void* operator new(std::size_t size);  ///< from the library's pool
+  QUORLIN_API static void operator delete(void* memory);
 
   PeerNetwork* network = nullptr;  ///< the owner, not owned
   Text peer;
@@ -84,7 +88,8 @@ struct PeerMember {
 using PeerMemberList = List<std::unique_ptr<PeerMember>>;
 
 struct PeerNetwork {
-  QUORLIN_POOLED(PeerNetwork)
+  QUORLIN_API static void* operator new(std::size_t size);  ///< from the library's pool
+  QUORLIN_API static void operator delete(void* memory);
 
   long id = 0;
   int type = 0;

@@ -11,6 +11,7 @@
 #include <map>
 
 #include "quorlin/base/strings.hpp"
+#include "quorlin/base/strings_internal.hpp"
 #include "quorlin/base/url.hpp"
 #include "quorlin/client/form.hpp"
 #include "quorlin/client/service.hpp"
