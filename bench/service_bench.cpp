@@ -1,6 +1,7 @@
-// The tool against the service simulator: `quorlinadmin list` of a 16 MB network list beside
-// `xmllint --noout` parsing the same document from a file (CPU time and peak memory of each
-// process alone, and the tool's instructions per reply byte under callgrind); the tool's peak
+// The tools against the service simulator: `quorlinadmin list` of a 16 MB network list beside
+// `xmllint --noout` parsing the same document from a file, and `quorlinctl networks` as a table
+// and as JSON beside quorlinadmin (CPU time and peak memory of each process alone, and
+// quorlinadmin's instructions per reply byte under callgrind); the tool's peak
 // memory on replies made of tiny elements; and a loop of get_local_ip operations beside plain
 // sockets and beside a minimal server. The simulator runs in this process on port 7000.
 #include <arpa/inet.h>
@@ -206,12 +207,32 @@ void BM_XmllintNoout16MB(benchmark::State& state) {
   xmllint_cpu_ms = state.counters["cpu_ms"];
 }
 
+double quorlinadmin_cpu_ms = 0;  // from the last run of BM_QuorlinadminList16MB
+
 void BM_QuorlinadminList16MB(benchmark::State& state) {
   fixture();
   run_child({QUORLINADMIN_PATH, "list"});  // the simulator writes its reply once, then serves it
   run_program(state, {QUORLINADMIN_PATH, "list"});
+  quorlinadmin_cpu_ms = state.counters["cpu_ms"];
   if (xmllint_cpu_ms > 0)
     state.counters["cpu_per_xmllint"] = state.counters["cpu_ms"] / xmllint_cpu_ms;
+}
+
+// quorlinctl's listing of the same reply, as a table and as JSON, beside quorlinadmin's.
+void quorlinctl_networks(benchmark::State& state, std::vector<std::string> arguments) {
+  fixture();
+  arguments.insert(arguments.begin(), QUORLINCTL_PATH);
+  run_program(state, arguments);
+  if (quorlinadmin_cpu_ms > 0)
+    state.counters["cpu_per_quorlinadmin"] = state.counters["cpu_ms"] / quorlinadmin_cpu_ms;
+}
+
+void BM_QuorlinctlNetworksTable16MB(benchmark::State& state) {
+  quorlinctl_networks(state, {"networks"});
+}
+
+void BM_QuorlinctlNetworksJson16MB(benchmark::State& state) {
+  quorlinctl_networks(state, {"--json", "networks"});
 }
 
 // One run under callgrind: the instructions the tool executes per byte of the reply.
@@ -347,6 +368,8 @@ void BM_MinimalServerRoundTrip(benchmark::State& state) {
 
 BENCHMARK(BM_XmllintNoout16MB)->Unit(benchmark::kMillisecond)->Repetitions(3);
 BENCHMARK(BM_QuorlinadminList16MB)->Unit(benchmark::kMillisecond)->Repetitions(3);
+BENCHMARK(BM_QuorlinctlNetworksTable16MB)->Unit(benchmark::kMillisecond)->Repetitions(3);
+BENCHMARK(BM_QuorlinctlNetworksJson16MB)->Unit(benchmark::kMillisecond)->Repetitions(3);
 BENCHMARK(BM_QuorlinadminListInstructions)->Iterations(1)->Unit(benchmark::kMillisecond);
 BENCHMARK(BM_QuorlinadminListTinyElements)->Iterations(1)->Unit(benchmark::kMillisecond);
 BENCHMARK(BM_PlainSocketGetLocalIp)
