@@ -16,6 +16,7 @@
 #include <vector>
 
 #include "quorlin/net/connection.hpp"
+#include "quorlin/net/net.hpp"
 #include "quorlin/net/proxy.hpp"
 #include "tests/support/peers.hpp"
 
@@ -64,6 +65,28 @@ TEST(ProxyTest, TunnelsThroughMicrosocksAndTinyproxy) {
     EXPECT_EQ(testing::read_bytes(tunnel, line.size()), line);
     connection_close(tunnel);
     EXPECT_TRUE(target.wait_served_more_than(served));
+  }
+
+  // With the process-wide proxy switched on, a connection opened anew and one made on a socket
+  // of the caller's both go through it.
+  ASSERT_EQ(net_init(), 0);
+  ProxySettings& process_wide = *net_proxy_settings();
+  proxy_settings_set_int(process_wide, "proxy_type", 2);
+  proxy_settings_set_text(process_wide, "proxy_host", "127.0.0.1");
+  proxy_settings_set_int(process_wide, "proxy_port", socks);
+  proxy_settings_set_text(process_wide, "proxy_user", "alice");
+  proxy_settings_set_text(process_wide, "proxy_password", "s3cret");
+  set_proxy_enabled(true);
+  const Connection opened = connection_open(0, "127.0.0.1", target.port());
+  const int own = socket_open_any(0, false);
+  EXPECT_EQ(socket_connect(own, "127.0.0.1", target.port(), false), own);  // the tunnel's result
+  set_proxy_enabled(false);
+  net_shutdown();
+  for (const int tunnel : {opened, own}) {
+    ASSERT_GT(tunnel, 0);
+    EXPECT_EQ(send_all(tunnel, "via\n", 4), 4);
+    EXPECT_EQ(testing::read_bytes(tunnel, 4), "via\n");
+    connection_close(tunnel);
   }
 }
 

@@ -36,7 +36,11 @@ TEST(HashTable, SizesForTheExpectedCountAndGrowsAtTheLoadLimit) {
   for (const auto& [expected, buckets] :
        {std::pair{0u, 53u}, {34u, 53u}, {35u, 97u}, {1000u, 1543u}})
     EXPECT_EQ(hash_table_create(expected)->bucket_count(), buckets) << expected;
-  EXPECT_EQ(hash_table_prime(25), 1610612741u);
+  const std::uint32_t primes[] = {
+      53,       97,       193,      389,       769,       1543,      3079,      6151,      12289,
+      24593,    49157,    98317,    196613,    393241,    786433,    1572869,   3145739,   6291469,
+      12582917, 25165843, 50331653, 100663319, 201326611, 402653189, 805306457, 1610612741};
+  for (int step = 0; step < 26; ++step) EXPECT_EQ(hash_table_prime(step), primes[step]) << step;
 
   auto table = hash_table_create(0);
   for (int i = 1; i <= 35; ++i)

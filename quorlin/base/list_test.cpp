@@ -11,6 +11,8 @@
 #include <thread>
 #include <vector>
 
+#include "tests/support/peers.hpp"
+
 namespace quorlin {
 namespace {
 
@@ -97,6 +99,20 @@ TEST(RecursiveLock, TheHolderTakesItAgainAndOthersSleepUntilTheLastRelease) {
   EXPECT_TRUE(taken);
   EXPECT_LT(waiting_cpu_ms, 100);
   EXPECT_TRUE(lock.try_lock());
+}
+
+// Nodes come from the pool and go back to the heap once every node of their block is freed:
+// a List built by a thread that then ends, and freed by another, leaves nothing behind.
+TEST(List, NodesFreedWholeGiveTheirMemoryBack) {
+  const std::size_t before = testing::heap_in_use();
+  for (int round = 0; round < 5; ++round) {
+    List<int*> list;
+    std::thread([&] {
+      for (int i = 0; i < 200'000; ++i) list_append(list, nullptr);
+    }).join();
+    list_clear(list);
+  }
+  EXPECT_LT(testing::heap_in_use(), before + (1u << 20));  // a round holds over 6 MB
 }
 
 // Threads append, insert and remove at once; the links stay consistent.

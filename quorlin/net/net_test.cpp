@@ -122,6 +122,28 @@ TEST(RecvExact, StatusAndCountTable) {
   }
 }
 
+// A time-to-live and keep-alive are set when asked for, and only then.
+TEST(ConnectionOpen, TimeToLiveAndKeepAliveOnlyWhenAsked) {
+  ScriptedServer server([](int) {});
+  int system_ttl = 0;
+  socklen_t ttl_size = sizeof system_ttl;
+  const int plain = socket(AF_INET, SOCK_STREAM, 0);
+  getsockopt(plain, IPPROTO_IP, IP_TTL, &system_ttl, &ttl_size);
+  close(plain);
+  // The time-to-live and keep-alive asked for; the socket's settings afterwards.
+  for (const auto& [ttl, keep_alive] : {std::pair{7, true}, {0, false}}) {
+    const Connection connection =
+        connection_open_ex(0, "127.0.0.1", server.port(), ttl, false, true, keep_alive);
+    int value = 0;
+    socklen_t size = sizeof value;
+    getsockopt(connection, IPPROTO_IP, IP_TTL, &value, &size);
+    EXPECT_EQ(value, ttl == 0 ? system_ttl : ttl);
+    getsockopt(connection, SOL_SOCKET, SO_KEEPALIVE, &value, &size);
+    EXPECT_EQ(value, keep_alive ? 1 : 0);
+    connection_close(connection);
+  }
+}
+
 // A peer that has gone makes a send fail, with SIGPIPE at its default: the process goes on.
 // Over TCP the first send after the peer's close is answered by a reset; the next one fails.
 TEST(Send, APeerThatHasGoneFailsTheSendNotTheProcess) {
