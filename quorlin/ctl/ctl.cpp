@@ -78,7 +78,7 @@ struct Run {
     if (service_last_failure() != ServiceFailure::kNone) fail_as_library_says(what);
   }
 
-  void print(const Json& value) const { std::puts(json_text(value).c_str()); }
+  void print(const std::string& json) const { std::puts(json.c_str()); }
 };
 
 // --- arguments ---
@@ -194,17 +194,6 @@ Table networks_table(bool members) {
   return Table(header);
 }
 
-void print_fields(const Json& record) {
-  Table table({"FIELD", "VALUE"});
-  for (const auto& [name, value] : record.items()) {
-    if (value.is_structured()) continue;
-    table.add({name, value.is_null()     ? "-"
-                     : value.is_string() ? table_text(value.get_ref<const std::string&>())
-                                         : value.dump()});
-  }
-  table.print(stdout);
-}
-
 // --- the commands ---
 
 // Streams the networks: in JSON each is written as it is read, so that memory holds the reply
@@ -216,7 +205,7 @@ void networks(Run& run, int type, bool members) {
     if (!network) return;  // an entry that is not a network
     if (run.json) {
       std::fputs(first ? "[" : ",", stdout);
-      std::fputs(json_text(record_json(*network)).c_str(), stdout);
+      std::fputs(record_json(*network).c_str(), stdout);
     } else {
       add_network_rows(table, *network, members);
     }
@@ -260,22 +249,29 @@ void network_drop(Run& run, const std::vector<long>& ids) {
     run.check_no_reply("drop_network " + std::to_string(id));
     if (run.failure) return;
   }
-  if (run.json) run.print(Json::object());
+  if (run.json) run.print("{}");
 }
 
 void invite(Run& run, long id, const std::string& email) {
   const auto member = invite_member(run.options, id, email);
   if (!member) return run.fail_as_library_says("invite_member");
   if (run.json) return run.print(record_json(*member));
-  print_fields(record_json(*member));
+  record_table(*member).print(stdout);
 }
 
 // A form reply printed as JSON under the service's own field names, or its value alone.
 void print_form_reply(const Run& run, int retval, std::string_view field, const char* value) {
   if (run.json) {
-    Json reply = {{RETVAL_FIELD, retval}};
-    if (!field.empty()) reply[std::string(field)] = value;
-    return run.print(reply);
+    std::string reply = "{";
+    append_json_string(reply, RETVAL_FIELD);
+    reply += ":" + std::to_string(retval);
+    if (!field.empty()) {
+      reply += ",";
+      append_json_string(reply, field);
+      reply += ":";
+      append_json_string(reply, value);
+    }
+    return run.print(reply + "}");
   }
   if (!field.empty()) std::printf("%s\n", table_text(std::string_view(value)).c_str());
 }
@@ -285,9 +281,12 @@ void connection(Run& run, long id, const std::string& peer) {
   const int retval = get_connection_info(run.options, id, peer, info);
   run.check_retval(retval, "get_connection_info");
   if (run.failure) return;
-  Json record = record_json(info);
-  if (!run.json) return print_fields(record);
-  run.print({{RETVAL_FIELD, retval}, {"PeerConnectionInfo", record}});
+  if (!run.json) return record_table(info).print(stdout);
+  std::string reply = "{";
+  append_json_string(reply, RETVAL_FIELD);
+  reply += ":" + std::to_string(retval) + ",";
+  append_json_string(reply, "PeerConnectionInfo");
+  run.print(reply + ":" + record_json(info) + "}");
 }
 
 void local_ip(Run& run) {
@@ -307,7 +306,7 @@ void peer_ip(Run& run, long id, const std::string& peer) {
 void post(Run& run, long id, const std::string& peer) {
   post_network_peer(run.options, id, peer);
   run.check_no_reply("post_network_peer");
-  if (!run.failure && run.json) run.print(Json::object());
+  if (!run.failure && run.json) run.print("{}");
 }
 
 void chat_send(Run& run, long id, const std::string& peer, const std::string& message) {
@@ -327,15 +326,19 @@ void status(Run& run, int type) {
   const auto state = get_service_state(run.options, type);
   if (!state) return run.fail_as_library_says("get_service_state");
   if (run.json) return run.print(record_json(*state));
-  print_fields(record_json(*state));
+  record_table(*state).print(stdout);
 }
 
 void notifications(Run& run, int type) {
   const auto list = get_notifications(run.options, type);
   if (!list) return run.fail_as_library_says("get_notifications");
-  Json all = Json::array();
-  for (const auto& notification : *list) all.push_back(record_json(*notification));
-  if (run.json) return run.print(all);
+  if (run.json) {
+    std::string all = "[";
+    for (const auto& notification : *list) {
+      all += (all.size() > 1 ? "," : "") + record_json(*notification);
+    }
+    return run.print(all + "]");
+  }
   Table table({"TYPE", "USERNAME", "MEMBER", "PREVIOUS"});
   for (const auto& notification : *list) {
     table.add({std::to_string(notification->type), table_cell(notification->text),
@@ -352,19 +355,19 @@ void shares_set(Run& run, long id, int share_type, const std::string& path) {
   if (!shares) return run.fail(EXIT_USAGE, (path == "-" ? "standard input" : path) + ": " + error);
   set_shares(run.options, id, share_type, *shares);
   run.check_no_reply("set_shares");
-  if (!run.failure && run.json) run.print(Json::object());
+  if (!run.failure && run.json) run.print("{}");
 }
 
 void set_service_type_command(Run& run, int type) {
   set_service_type(run.options, type);
   run.check_no_reply("set_service_type");
-  if (!run.failure && run.json) run.print(Json::object());
+  if (!run.failure && run.json) run.print("{}");
 }
 
 void set_connection_type_command(Run& run, int type, int connection_type) {
   set_connection_type(run.options, type, connection_type);
   run.check_no_reply("set_connection_type");
-  if (!run.failure && run.json) run.print(Json::object());
+  if (!run.failure && run.json) run.print("{}");
 }
 
 // --- the command line ---

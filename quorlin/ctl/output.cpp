@@ -3,6 +3,7 @@
 #include "quorlin/ctl/output.hpp"
 
 #include <algorithm>
+#include <charconv>
 #include <cstdint>
 
 namespace quorlin::ctl {
@@ -40,31 +41,78 @@ std::size_t columns_of(std::string_view cell) {
       std::count_if(cell.begin(), cell.end(), [](char c) { return (c & 0xC0) != 0x80; }));
 }
 
-// Receives a record's fields and builds its JSON value; lists and records nest on a stack.
-class JsonBuilder final : public RecordVisitor {
+// Writes a record's fields as JSON text while the walk goes: each open list or record is a
+// level that knows whether it has had a member yet and whether members carry their keys.
+class JsonWriter final : public RecordVisitor {
  public:
-  Json take() { return std::move(root_); }
+  std::string take() { return std::move(out_); }
 
-  void number(std::string_view name, long value) override { add(name, value); }
-  void text(std::string_view name, OptionalText value) override {
-    add(name, value ? Json(std::string(*value)) : Json(nullptr));
+  void number(std::string_view name, long value) override {
+    member(name);
+    char digits[24];
+    out_.append(digits, std::to_chars(digits, digits + sizeof digits, value).ptr);
   }
-  void begin_list(std::string_view name) override { open(name, Json::array()); }
-  void begin_record(std::string_view name) override { open(name, Json::object()); }
-  void end_list() override { open_.pop_back(); }
-  void end_record() override { open_.pop_back(); }
+  void text(std::string_view name, OptionalText value) override {
+    member(name);
+    if (value) {
+      append_json_string(out_, *value);
+    } else {
+      out_ += "null";
+    }
+  }
+  void begin_list(std::string_view name) override { open(name, '[', false); }
+  void begin_record(std::string_view name) override { open(name, '{', true); }
+  void end_list() override { close(']'); }
+  void end_record() override { close('}'); }
 
  private:
-  Json& add(std::string_view name, Json value) {
-    if (open_.empty()) return root_ = std::move(value);
-    Json& parent = *open_.back();
-    if (parent.is_array()) return parent.emplace_back(std::move(value));
-    return parent[std::string(name)] = std::move(value);
-  }
-  void open(std::string_view name, Json value) { open_.push_back(&add(name, std::move(value))); }
+  struct Level {
+    bool keyed;  // a record's members have keys; a list's items do not
+    bool empty = true;
+  };
 
-  Json root_;
-  std::vector<Json*> open_;
+  void member(std::string_view name) {
+    if (levels_.empty()) return;  // the record itself
+    Level& level = levels_.back();
+    if (!level.empty) out_ += ',';
+    level.empty = false;
+    if (level.keyed) {
+      append_json_string(out_, name);
+      out_ += ':';
+    }
+  }
+  void open(std::string_view name, char bracket, bool keyed) {
+    member(name);
+    out_ += bracket;
+    levels_.push_back({keyed});
+  }
+  void close(char bracket) {
+    out_ += bracket;
+    levels_.pop_back();
+  }
+
+  std::string out_;
+  std::vector<Level> levels_;
+};
+
+// Collects the numbers and texts at the first level of a record.
+class FieldRows final : public RecordVisitor {
+ public:
+  Table table{{"FIELD", "VALUE"}};
+
+  void number(std::string_view name, long value) override {
+    if (depth_ == 1) table.add({std::string(name), std::to_string(value)});
+  }
+  void text(std::string_view name, OptionalText value) override {
+    if (depth_ == 1) table.add({std::string(name), value ? table_text(*value) : "-"});
+  }
+  void begin_list(std::string_view) override { ++depth_; }
+  void begin_record(std::string_view) override { ++depth_; }
+  void end_list() override { --depth_; }
+  void end_record() override { --depth_; }
+
+ private:
+  int depth_ = 0;
 };
 
 }  // namespace
@@ -119,22 +167,54 @@ void Table::print(std::FILE* out) const {
   }
 }
 
+void append_json_string(std::string& out, std::string_view text) {
+  static constexpr char kHex[] = "0123456789abcdef";
+  out += '"';
+  while (!text.empty()) {
+    const auto byte = static_cast<unsigned char>(text.front());
+    std::size_t taken = 1;
+    if (byte == '"' || byte == '\\') {
+      out += '\\';
+      out += static_cast<char>(byte);
+    } else if (byte >= 0x20 && byte < 0x80) {
+      out += static_cast<char>(byte);
+    } else if (byte < 0x20) {
+      out += "\\u00";
+      out += kHex[byte >> 4];
+      out += kHex[byte & 0xF];
+    } else if (const std::size_t length = utf8_length(text); length > 0) {
+      out.append(text.substr(0, length));
+      taken = length;
+    } else {
+      out += "\xef\xbf\xbd";  // U+FFFD for a byte that starts no character
+    }
+    text.remove_prefix(taken);
+  }
+  out += '"';
+}
+
 template <typename Record>
-Json record_json(const Record& record) {
-  JsonBuilder builder;
-  visit_record(record, builder);
-  return builder.take();
+std::string record_json(const Record& record) {
+  JsonWriter writer;
+  visit_record(record, writer);
+  return writer.take();
 }
 
-template Json record_json(const PeerNetwork&);
-template Json record_json(const PeerMember&);
-template Json record_json(const Share&);
-template Json record_json(const Notification&);
-template Json record_json(const ServiceState&);
-template Json record_json(const PeerConnectionInfo&);
-
-std::string json_text(const Json& value) {
-  return value.dump(-1, ' ', false, Json::error_handler_t::replace);
+template <typename Record>
+Table record_table(const Record& record) {
+  FieldRows rows;
+  visit_record(record, rows);
+  return std::move(rows.table);
 }
+
+#define QUORLIN_CTL_RECORD_OUTPUT(Record)                 \
+  template std::string record_json(const Record& record); \
+  template Table record_table(const Record& record);
+QUORLIN_CTL_RECORD_OUTPUT(PeerNetwork)
+QUORLIN_CTL_RECORD_OUTPUT(PeerMember)
+QUORLIN_CTL_RECORD_OUTPUT(Notification)
+QUORLIN_CTL_RECORD_OUTPUT(ServiceState)
+QUORLIN_CTL_RECORD_OUTPUT(PeerConnectionInfo)
+#undef QUORLIN_CTL_RECORD_OUTPUT
 
 }  // namespace quorlin::ctl

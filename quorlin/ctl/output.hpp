@@ -1,11 +1,10 @@
 // quorlinctl's two outputs: aligned tables for people, in which no byte of a name can forge a
-// row or a column, and JSON documents for scripts, written by walking the records' own field
-// tables under the element names of the service's XML.
+// row or a column, and JSON documents for scripts, written as text by walking the records' own
+// field tables under the element names of the service's XML.
 #ifndef QUORLIN_CTL_OUTPUT_HPP
 #define QUORLIN_CTL_OUTPUT_HPP
 
 #include <cstdio>
-#include <nlohmann/json.hpp>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -13,8 +12,6 @@
 #include "quorlin/records/record_visit.hpp"
 
 namespace quorlin::ctl {
-
-using Json = nlohmann::ordered_json;
 
 /// `text` as a table shows it: printable ASCII and whole UTF-8 characters as they are; a
 /// backslash doubled; tab, line end, carriage return and vertical tab as \t, \n, \r, \v; every
@@ -34,13 +31,18 @@ class Table {
   std::vector<std::vector<std::string>> rows_;
 };
 
-/// A record as JSON: its fields in the order its XML writes them, keyed by their element names;
-/// an absent text is null, numbers are numbers, lists are arrays.
+/// A record as one line of JSON: its fields in the order its XML writes them, keyed by their
+/// element names; an absent text is null, numbers are numbers, lists are arrays, and bytes that
+/// are not UTF-8 become U+FFFD. Written straight from the walk, with no document in between.
 template <typename Record>
-Json record_json(const Record& record);
+std::string record_json(const Record& record);
 
-/// One JSON document on one line: bytes that are not UTF-8 become U+FFFD.
-std::string json_text(const Json& value);
+/// A record's numbers and texts (not its lists) as a two-column table.
+template <typename Record>
+Table record_table(const Record& record);
+
+/// `text` as a JSON string, quotes included (U+FFFD for bytes that are not UTF-8).
+void append_json_string(std::string& out, std::string_view text);
 
 }  // namespace quorlin::ctl
 
