@@ -28,7 +28,7 @@
 namespace quorlin::ctl {
 namespace {
 
-constexpr char kVersion[] = "quorlinctl 0.3.0";
+constexpr char kVersion[] = "quorlinctl " QUORLIN_VERSION;
 constexpr std::size_t kReplyBufferSize = 64 * 1024;
 
 // A failure to report: the exit status and its one-line message.
