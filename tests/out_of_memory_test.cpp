@@ -136,15 +136,6 @@ TEST(OutOfMemory, EachOperationAndCommandFailsCleanly) {
         return invite_member(2, address) != nullptr;
       },
       false);
-  TextList members;
-  list_append(members, Text("alice"));
-  fails_cleanly_at_each_allocation(
-      "add_network",
-      [&](long n) {
-        FailingAllocation failing(n);
-        return add_network("n", members, 0, 1) != nullptr;
-      },
-      false);
   fails_cleanly_at_each_allocation(
       "get_connection_info",
       [](long n) {

@@ -20,11 +20,8 @@ using simulator::Misbehaviour;
 using simulator::ServiceSimulator;
 
 // A simulator on a port the system chooses.
-simulator::SimulatorOptions any_port() {
-  simulator::SimulatorOptions options;
-  options.port = 0;
-  return options;
-}
+const simulator::SimulatorOptions kAnyPort{
+    .port = 0, .generated_networks = 0, .request_log_path = {}};
 
 // quorlinctl with the service at 127.0.0.1:port.
 testing::ProgramRun ctl(int port, const std::string& arguments, const std::string& input = "") {
@@ -33,7 +30,7 @@ testing::ProgramRun ctl(int port, const std::string& arguments, const std::strin
 }
 
 TEST(Quorlinctl, EveryOperationPrintsItsJsonAndSendsItsRequest) {
-  ServiceSimulator service(any_port());
+  ServiceSimulator service(kAnyPort);
   ASSERT_TRUE(service.start());
   const std::string member =
       R"({"Peer":"carol","Status":1,"PeerIp":null,"ConnectStatus":1,"RemoteShares":[],)"
@@ -126,7 +123,7 @@ TEST(Quorlinctl, EveryOperationPrintsItsJsonAndSendsItsRequest) {
 // Names as a service may send them: a table escapes every byte that could forge a row or a
 // column, or that is not UTF-8; JSON carries them exactly, with U+FFFD for bytes that are not.
 TEST(Quorlinctl, NetworkNamesThatCouldForgeARow) {
-  ServiceSimulator service(any_port());
+  ServiceSimulator service(kAnyPort);
   ASSERT_TRUE(service.start());
   service.answer_with(
       "<PeerNetworks><PeerNetwork><Id>1</Id><Name>a, b</Name></PeerNetwork><PeerNetwork><Id>22"
@@ -151,7 +148,7 @@ TEST(Quorlinctl, NetworkNamesThatCouldForgeARow) {
 
 // Each failure: its exit status and its one message.
 TEST(Quorlinctl, ExitStatusesAndMessages) {
-  ServiceSimulator service(any_port());
+  ServiceSimulator service(kAnyPort);
   ASSERT_TRUE(service.start());
   const int port = service.port();
   const int nothing_there = testing::free_port();
