@@ -1,600 +1,468 @@
-// The parser reads the text once, front to back, with an explicit stack of open ranges (frames):
-// the element whose content each range is. Only the innermost range is read, so one position
-// serves them all.
+// The forgiving XML parser: one loop over the text in three parts.
 //
-// An element's content ends at the first "</name>" after its opening tag. Rather than search
-// for that tag when the element opens, the parse goes on into the content and closes the
-// element when the tag turns up. That is exact because every "</" of the text is looked at
-// in order while elements are open: at a range's position, inside a tag, inside a closing tag,
-// and in the part of a range that could not be read (where only closing tags are looked for).
-// Two open elements never share a name: the first "</name>" after an element opens would
-// close the outer one of that name, so the inner one has no closing tag and is not made. When
-// a "</name>" closes an element that is not the innermost, the elements above it had no
-// closing tag inside its content, and its child that holds them is dropped, as the grammar
-// drops an element whose closing tag is missing; elements still open at the end of the range
-// are dropped the same way. An element whose next tag is its own closing tag holds only text
-// and is completed at once.
+// The grammar is the plain recursive algorithm of fuzz/reference_parser.hpp, where every search
+// runs to the end of the text and each element's content is parsed by recursion once its
+// closing tag has been found; the xml fuzzer checks that this parser builds the same tree for
+// every text. This one reads the text once, front to back, in time linear in the text and
+// with no recursion, from three parts:
+//   - the tag scanner (xml_tag_scanner_internal.hpp) finds a tag's name, blank and ">", closing
+//     tags and attributes, as pure functions of the text;
+//   - the open names (xml_open_names_internal.hpp) tell which open element a closing tag closes;
+//   - ParseLoop, below, reads the text and tells a builder what it finds: TreeBuilder makes
+//     the whole tree, SinkBuilder hands the root's children over one by one.
 //
-// The open names are found through a table keyed by a seeded hash of the name read backwards,
-// so that the names of every "</" that ends at one ">" are hashed in one backward sweep. Each
-// byte of the text is therefore read a bounded number of times, however the document nests or
-// breaks. The tree copies the names and texts it holds, one copy per repeated name, or views
-// the text itself when it was handed over. When the caller takes the root's children one by
-// one, each goes as soon as it is complete and the arena is rewound to where it began.
+// Where the recursion finds an element's closing tag before reading its content, the loop reads
+// on into the content and closes the element when its closing tag turns up. That is exact
+// because every "</" after an element opens is looked at in order: at the position where a range
+// is read, inside a tag, and in the part of a range that could not be read (where only closing
+// tags are looked for). An element that cannot be closed is not opened: no "</" follows its tag,
+// or an open element has its name (the first "</name>" would close that one). When a closing
+// tag closes an element that is not the innermost, the elements above it had no closing tag in
+// its content, and its child that holds them is dropped, as the recursion drops an element
+// whose closing tag is missing, with the rest of the range; at the end of the text the
+// outermost element still open is dropped the same way.
 #include "quorlin/xml/xml_parser.hpp"
 
-#include <string.h>  // memrchr
 #include <algorithm>
 #include <array>
 #include <cstdint>
+#include <cstring>
+#include <limits>
 #include <memory>
-#include <random>
+#include <optional>
 #include <vector>
 
 #include "quorlin/base/same_bytes_internal.hpp"
 #include "quorlin/base/strings.hpp"
-#include "quorlin/xml/xml_scan_internal.hpp"
+#include "quorlin/xml/xml_open_names_internal.hpp"
+#include "quorlin/xml/xml_tag_scanner_internal.hpp"
 #include "quorlin/xml/xml_tree_internal.hpp"
 
 namespace quorlin {
 namespace {
 
-// An open range: the element whose content it is (see receiver()), and its link in the table of
-// open names. 16 bytes, since a deeply nested document holds one per level: the name is the
-// node's, and a text is given to the node as soon as it is read (the last one read stays).
-struct Frame {
-  XmlNode* node;
-  std::uint32_t hash = 0;  // the low half of the name's hash
-  std::int32_t next = -1;  // the frame below with a name in the same bucket, or -1
+using xml_open::OpenNames;
+using xml_scan::Tag;
+
+// The attribute bytes of a tag, text[start, end), none when the name did not end at a blank.
+struct AttributeRange {
+  std::string_view bytes;
+  bool present;
 };
 
-// The open ranges, in chunks that never move: growing copies no frame, and a deeply nested
-// document holds no second array of them while the stack grows.
-class FrameStack {
- public:
-  Frame& at(std::size_t index) { return chunks_[index >> kShift][index & kMask]; }
-  const Frame& at(std::size_t index) const { return chunks_[index >> kShift][index & kMask]; }
-  XmlNode*& operator[](std::size_t index) { return at(index).node; }
-  XmlNode* operator[](std::size_t index) const { return at(index).node; }
-  XmlNode*& back() { return top_->node; }
-  XmlNode* back() const { return top_->node; }
-  std::size_t size() const { return size_; }
-
-  void push_back(XmlNode* node) {
-    if ((size_ >> kShift) == chunks_.size()) {
-      chunks_.push_back(std::make_unique_for_overwrite<Frame[]>(kChunk));
-    }
-    top_ = &at(size_++);
-    *top_ = Frame{node};
-  }
-  void pop_back() {
-    --size_;
-    top_ = size_ > 0 ? &at(size_ - 1) : nullptr;
-  }
-
- private:
-  static constexpr std::size_t kShift = 8;
-  static constexpr std::size_t kChunk = std::size_t{1} << kShift;
-  static constexpr std::size_t kMask = kChunk - 1;
-  std::vector<std::unique_ptr<Frame[]>> chunks_;
-  std::size_t size_ = 0;
-  Frame* top_ = nullptr;
-};
-
-// A hash of a name's bytes taken from the last to the first, so that extending a name at its
-// front extends its hash. Seeded per process, so that a document cannot be written to collide.
-class BackwardHash {
- public:
-  static std::uint64_t start() { return seed(); }
-  static std::uint64_t step(std::uint64_t hash, char byte) {
-    hash = (hash ^ static_cast<unsigned char>(byte)) * 0x9E3779B97F4A7C15ull;
-    return hash ^ (hash >> 29);
-  }
-  static std::uint64_t of(std::string_view name) {
-    std::uint64_t hash = start();
-    for (auto at = name.rbegin(); at != name.rend(); ++at) hash = step(hash, *at);
-    return hash;
-  }
-
- private:
-  static std::uint64_t seed() {
-    static const std::uint64_t value =
-        (std::uint64_t{std::random_device{}()} << 32) | std::random_device{}();
-    return value;
-  }
-};
-
-// The open element of each name, by frame index, in a table of buckets whose chains run through
-// the frames; and, to answer "is this name open?" mostly without hashing it, a count of open
-// names per key of length and outer bytes.
+// Reads text[start, end) and tells `builder` what it finds, in document order:
+//   leaf(name, attributes, text)  an element complete at once: self-closing, closed inside its
+//                                 own tag, or holding only text (std::nullopt for none);
+//   open(name, attributes)        an element whose content is read next, its range innermost;
+//   text(bytes)                   a text segment of the innermost range, or of the top level;
+//   close(index)                  the open element at `index` (0 outermost) is complete; the
+//                                 ones above it are dropped, with its last child;
+//   abandon(index)                the open element at `index` is dropped with those above it:
+//                                 it was the last child of the one below;
+//   drop_open()                   the text ended with elements open: the outermost goes.
+// Names, texts and attributes are views of the text.
 //
-// A deeply nested document keeps a million names open, so the table holds one index per bucket
-// and at most as many buckets as twice the open names. Names enter and leave in stack order (a
-// frame leaves only when the frames above it have), so the leaving frame heads its bucket's chain
-// and leaves by a single store.
-//
-// Most elements open and close without their name ever being looked up: a frame is counted when
-// it opens, but hashed and linked only when a lookup needs the table (enter_open_frames). The
-// frames that wait are the top ones, so they still enter in stack order.
-class OpenNames {
+// An element is opened before the open names say whether its name is open, while their table
+// is fetched (see OpenNames::push). The check comes before anything that depends on it, and at
+// the latest after a few more tags; when an element had an open name after all, it and what was
+// read inside it are abandoned, and the range stops at its tag.
+template <typename Builder>
+class ParseLoop {
  public:
-  static std::size_t quick_key(std::string_view name) {
-    if (name.empty()) return 0;
-    const std::size_t front = static_cast<unsigned char>(name.front());
-    const std::size_t back = static_cast<unsigned char>(name.back());
-    return (name.size() << 7 ^ front << 3 ^ back) & (kQuickKeys - 1);
-  }
-  // Whether a name of quick key `key` may be open.
-  bool maybe_open(std::size_t key) const { return counts_[key] != 0; }
-
-  // Counts an opening frame whose name has quick key `key`; it enters the table with the next
-  // lookup.
-  void open(std::size_t key) { ++counts_[key]; }
-
-  // Links the frames opened since the last lookup; each frame's node is made and named by then.
-  void enter_open_frames(FrameStack& frames) {
-    while (entered_ < frames.size()) {
-      link(frames, BackwardHash::of(XmlTree::name(*frames.at(entered_).node)));
+  ParseLoop(std::string_view text, long start, long end, Builder& builder)
+      : text_(text), end_(end), position_(start), builder_(builder) {
+    last_closing_ = xml_scan::last_closing_start(text, start, end);
+    // A declaration at the very first byte is passed over, up to its first ">".
+    if (start == 0 && text.size() > 1 && text[0] == '<' && text[1] == '?') {
+      const long gt = xml_scan::find_byte(text, '>', 0, end);
+      if (gt >= 0) position_ = gt + 1;
     }
   }
 
-  // Links the top frame, the only one not linked, whose name's hash the caller has taken.
-  void enter_top(FrameStack& frames, std::uint64_t hash) { link(frames, hash); }
-
-  // The open frame named `name`, or -1; enter_open_frames has linked every open frame.
-  long find(std::string_view name, std::uint64_t hash, const FrameStack& frames) const {
-    const auto low = static_cast<std::uint32_t>(hash);
-    for (std::int32_t frame = heads_[low & mask()]; frame != kNone;) {
-      const Frame& candidate = frames.at(static_cast<std::size_t>(frame));
-      if (candidate.hash == low && XmlTree::name(*candidate.node) == name) return frame;
-      frame = candidate.next;
+  void run() {
+    while (step()) {
     }
-    return -1;
-  }
-
-  // Takes out the top frame, whose index is `index`.
-  void close(const Frame& frame, std::size_t index) {
-    if (index < entered_) {
-      heads_[frame.hash & mask()] = frame.next;
-      entered_ = index;
-    }
-    --counts_[quick_key(XmlTree::name(*frame.node))];
   }
 
  private:
-  static constexpr std::size_t kQuickKeys = 4096;
-  static constexpr std::int32_t kNone = -1;
-
-  std::uint32_t mask() const { return static_cast<std::uint32_t>(heads_.size() - 1); }
-
-  // Links the first frame not linked yet, whose name has hash `hash`.
-  void link(FrameStack& frames, std::uint64_t hash) {
-    if (entered_ > heads_.size()) grow(frames);
-    Frame& entering = frames.at(entered_);
-    entering.hash = static_cast<std::uint32_t>(hash);
-    std::int32_t& head = heads_[entering.hash & mask()];
-    entering.next = head;
-    head = static_cast<std::int32_t>(entered_++);
-  }
-
-  // Twice the buckets, and the frames entered so far linked again in their order.
-  void grow(FrameStack& frames) {
-    const std::size_t size = heads_.size() * 2;
-    std::vector<std::int32_t>().swap(heads_);  // the old table goes before the new one grows
-    heads_.assign(size, kNone);
-    for (std::size_t index = 1; index < entered_; ++index) {
-      Frame& frame = frames.at(index);
-      std::int32_t& head = heads_[frame.hash & mask()];
-      frame.next = head;
-      head = static_cast<std::int32_t>(index);
+  // Reads what stands at the position; false when the parse is over.
+  bool step() {
+    const long at = position_;
+    if (at >= end_) return reopened() ? go_on_ : end_of_text();
+    if (text_[static_cast<std::size_t>(at)] != '<') {
+      if (reopened()) return go_on_;
+      const long lt = next_lt(at);
+      position_ = lt < 0 ? end_ : lt;
+      builder_.text(piece(at, position_));
+      return true;
     }
-  }
-
-  std::vector<std::int32_t> heads_ = std::vector<std::int32_t>(64, kNone);
-  std::array<std::uint32_t, kQuickKeys> counts_{};
-  std::size_t entered_ = 1;  // frames [1, entered_) are linked; frame 0 never is
-};
-
-class Parser {
- public:
-  Parser(std::string_view text, long start, long end, XmlNode* parent,
-         const XmlChildSink* sink = nullptr)
-      : text_(text), start_(start), end_(end), parent_(parent), sink_(sink) {}
-
-  // Has the tree keep `text`, which is the text being parsed, instead of copying it.
-  void keep_text(std::unique_ptr<std::string> text) {
-    kept_text_ = std::move(text);
-    views_text_ = true;
-  }
-
-  // The root's name as it stands in the text; empty before there is a root.
-  std::string_view root_name() const { return root_name_; }
-
-  std::unique_ptr<XmlNode> run() {
-    frames_.push_back(parent_);
-    last_closing_ = find_last_closing_start();
-    skip_declaration();
-    while (!done_) step();
-    // The open frames view the text until here, even when the root has been dropped.
-    if (root_ != nullptr && kept_text_ != nullptr) {
-      XmlTree::document(*root_).keep(std::move(kept_text_));
+    if (xml_scan::closing_start_at(text_, at)) {
+      if (reopened()) return go_on_;
+      if (close_at(at)) return true;
     }
-    return std::move(root_);
+    return read_tag(at);
   }
 
- private:
-  long length() const { return static_cast<long>(text_.size()); }
-
-  void step() {
-    const long lt = position_;
-    if (lt >= end_) {
-      if (frames_.size() > 1) return drop_open_elements();
-      done_ = true;
-      return;
+  bool read_tag(long lt) {
+    Tag tag;
+    if (!xml_scan::scan_tag(text_, lt, end_, tag)) return reopened() ? go_on_ : stop(lt);
+    // A closing tag that begins inside this tag ends the range before this tag does.
+    if (xml_scan::holds_lt(tag)) {
+      if (reopened()) return go_on_;
+      if (close_group(lt + 1, tag.gt)) return true;
     }
-    if (text_[lt] != '<') {
-      const long next_tag = scan::find_byte(text_, '<', lt, end_);
-      position_ = next_tag < 0 ? end_ : next_tag;
-      return set_text(frames_.back(), lt, position_);
-    }
-    if (lt + 1 < length() && text_[lt + 1] == '/' && close_at(lt)) return;
-    read_tag(lt);
-  }
-
-  // Where the parts of the tag that begins at `lt` end: its name (at its first blank or ">"),
-  // its blank or -1, and its ">"; and the first "<" after the "<" at `lt`. False when the tag
-  // does not end in the text. A "<" is looked for in the same pass as the name's end: most
-  // names hold none, and the next "<" is then looked for only after the name.
-  struct TagEnds {
-    long name_end;
-    long space;
-    long gt;
-    long next_tag;
-  };
-  bool find_tag_ends(long lt, TagEnds& tag) const {
-    tag.name_end = scan::find_any(text_, ' ', '>', '<', lt + 1, end_);
-    tag.next_tag = -1;
-    if (tag.name_end >= 0 && text_[tag.name_end] == '<') {
-      tag.next_tag = tag.name_end;
-      tag.name_end = scan::find_either(text_, ' ', '>', tag.name_end + 1, end_);
-    }
-    if (tag.name_end < 0) return false;
-    tag.space = text_[tag.name_end] == ' ' ? tag.name_end : -1;
-    tag.gt = tag.space < 0 ? tag.name_end : scan::find_byte(text_, '>', tag.space + 1, end_);
-    if (tag.gt < 0) return false;
-    if (tag.next_tag == -1) tag.next_tag = scan::find_byte(text_, '<', tag.name_end + 1, end_);
-    return true;
-  }
-
-  // A declaration at the very start of the text is passed over.
-  void skip_declaration() {
-    TagEnds tag;
-    if (start_ == 0 && length() > 1 && text_[0] == '<' && text_[1] == '?' &&
-        find_tag_ends(0, tag)) {
+    const std::string_view name = xml_scan::tag_name(text_, tag);
+    if (xml_scan::self_closing(text_, tag)) {
+      if (read_unchecked()) return go_on_;
+      builder_.leaf(name, attributes(tag, tag.gt - 1), std::nullopt);
       position_ = tag.gt + 1;
+      return true;
     }
-  }
-
-  // The tag that begins at `lt`, at the position of the innermost range.
-  void read_tag(long lt) {
-    TagEnds tag;
-    if (!find_tag_ends(lt, tag)) return stop(lt);
-    const auto [name_end, space, gt, next_tag] = tag;
-    const std::string_view name = piece(lt + 1, name_end);
-    // Most elements hold only text: the next tag is their closing tag, the first "<" after the
-    // opening tag; no closing tag can then begin inside the tag.
-    if (next_tag > gt && text_[gt - 1] != '/' && closes(next_tag, name) && !is_open(name)) {
-      return add_text_element(name, space, gt, next_tag);
+    // The element's own closing tag may end its opening tag, at its ">": no content.
+    const long own_closing = tag.gt - static_cast<long>(name.size()) - 2;
+    if (xml_scan::holds_lt(tag) && own_closing > lt &&
+        xml_scan::closing_tag_at(text_, own_closing, name)) {
+      if (read_unchecked()) return go_on_;
+      builder_.leaf(name, attributes(tag, tag.gt), std::nullopt);
+      position_ = tag.gt + 1;
+      return true;
     }
-    // A "<" inside the tag may begin the closing tag of an open element, which then ends
-    // before this tag does.
-    if (next_tag >= 0 && next_tag < gt && close_in_group(lt + 1, gt)) return;
-    open_element(lt, name, space, gt, next_tag);
-  }
-
-  // The element `name` whose opening tag ends at `gt` holds text up to its closing tag, which
-  // begins at `closing`.
-  void add_text_element(std::string_view name, long space, long gt, long closing) {
-    XmlNode* const parent = top_receiver();
-    XmlNode& element = append(parent, name);
-    if (space >= 0) xml_parse_attributes(element, text_, space + 1, gt);
-    if (closing > gt + 1) {
-      XmlTree::set_text_view(element, kept(element, gt + 1, closing), /*first_text=*/true);
+    if (last_closing_ < tag.gt) return reopened() ? go_on_ : stop(lt);  // no closing tag follows
+    // Most elements hold only text: the next "<" begins their closing tag, unless an open
+    // element has their name and takes it.
+    const long next = next_lt(tag.gt + 1);
+    if (next >= 0 && xml_scan::closing_tag_at(text_, next, name)) {
+      if (reopened()) return go_on_;
+      if (open_.find(name) >= 0) return stop(lt);
+      builder_.leaf(name, attributes(tag, tag.gt),
+                    next > tag.gt + 1 ? std::optional(piece(tag.gt + 1, next)) : std::nullopt);
+      position_ = next + static_cast<long>(name.size()) + 3;
+      return true;
     }
-    position_ = closing + static_cast<long>(name.size()) + 3;
-    if (parent == root_.get()) completed_root_child(element);
-  }
-
-  void open_element(long lt, std::string_view name, long space, long gt, long next_tag) {
-    const bool self_closing = text_[gt - 1] == '/';
-    bool complete = self_closing;
-    // The element's own closing tag may stand inside its opening tag, ending at its ">": then
-    // the element has no content.
-    const long own_closing = gt - static_cast<long>(name.size()) - 2;
-    if (complete || (next_tag < gt && own_closing > lt && closes(own_closing, name))) {
-      complete = true;
-    } else if (gt >= last_closing_) {
-      return stop(lt);  // no closing tag follows
+    if (open_.unchecked() == OpenNames::kMostUnchecked && reopened()) return go_on_;
+    if (read_unchecked()) return go_on_;
+    if (!open_.push(name, tag.inner_lt >= 0 && tag.inner_lt < tag.name_end)) {
+      return reopened() ? go_on_ : stop(lt);
     }
-    // The first "</name>" to come would close an open element of the same name first, and
-    // leave none for this one: such an element is not made, and the range stops before it.
-    const bool name_holds_lt = next_tag > lt && next_tag < lt + 1 + static_cast<long>(name.size());
-    if (!complete && !push(name, gt + 1, name_holds_lt)) return stop(lt);
-    XmlNode* const parent = complete ? top_receiver() : receiver(frames_.size() - 2);
-    XmlNode& element = append(parent, name);
-    if (space >= 0) {
-      xml_parse_attributes(element, text_, space + 1, self_closing ? gt - 1 : gt);
-    }
-    if (!complete) {
-      frames_.back() = &element;
-      return;
-    }
-    position_ = gt + 1;
-    if (parent == root_.get()) completed_root_child(element);
-  }
-
-  // Opens the range of an element named `name`, whose node the caller appends; false, with
-  // nothing opened, when an element of that name is open.
-  bool push(std::string_view name, long content_start, bool name_holds_lt) {
-    // Frame indexes and slots take 32 bits: a document with more than 2^30 open elements (over
-    // 3 GB of text) stops there.
-    if (frames_.size() >= (std::size_t{1} << 30)) return false;
-    const std::size_t key = OpenNames::quick_key(name);
-    if (!open_names_.maybe_open(key)) {
-      frames_.push_back(nullptr);
-    } else if (!push_if_not_open(name)) {
-      return false;
-    }
-    open_names_.open(key);
-    if (name_holds_lt) ++open_names_holding_lt_;
-    position_ = content_start;
+    builder_.open(name, attributes(tag, tag.gt));
+    position_ = tag.gt + 1;
     return true;
   }
 
-  void pop() {
-    const std::size_t top = frames_.size() - 1;
-    if (may_hold_lt(*frames_.back())) --open_names_holding_lt_;
-    open_names_.close(frames_.at(top), top);
-    frames_.pop_back();
-  }
-
-  // Whether the name of `open`, an open element, holds "<"; mostly answered by the count alone.
-  bool may_hold_lt(const XmlNode& open) const {
-    return open_names_holding_lt_ > 0 && XmlTree::name(open).find('<') != std::string_view::npos;
-  }
-
-  // push for a name that may be open: looks it up, and pushes its frame only when it is not
-  // open, linked at once with the hash just taken.
-  [[gnu::noinline]] bool push_if_not_open(std::string_view name) {
-    open_names_.enter_open_frames(frames_);
-    const std::uint64_t hash = BackwardHash::of(name);
-    if (open_names_.find(name, hash, frames_) >= 0) return false;
-    frames_.push_back(nullptr);
-    open_names_.enter_top(frames_, hash);
+  // Checks the elements opened unchecked. True when one had the name of an element open below
+  // it: it is abandoned with what was read inside it, the range stops at its tag, and go_on_
+  // says whether the parse goes on.
+  bool reopened() { return open_.unchecked() > 0 && check_reopened(); }
+  [[gnu::noinline]] bool check_reopened() {
+    unchecked_reads_ = 0;
+    const long index = open_.check();
+    if (index < 0) return false;
+    const long lt = open_.name(static_cast<std::size_t>(index)).data() - text_.data() - 1;
+    builder_.abandon(static_cast<std::size_t>(index));
+    while (static_cast<long>(open_.size()) > index) open_.pop();
+    go_on_ = stop(lt);
     return true;
   }
 
-  // Mostly answered by the count alone; the lookup stays out of the parser's inline path.
-  bool is_open(std::string_view name) {
-    return open_names_.maybe_open(OpenNames::quick_key(name)) && looked_up_open(name);
-  }
-  [[gnu::noinline]] bool looked_up_open(std::string_view name) {
-    open_names_.enter_open_frames(frames_);
-    return open_names_.find(name, BackwardHash::of(name), frames_) >= 0;
+  // Counts a tag read while elements are unchecked; after a few, checks them, so that little
+  // is built inside an element that may be abandoned.
+  bool read_unchecked() {
+    return open_.unchecked() > 0 && ++unchecked_reads_ >= OpenNames::kMostUnchecked && reopened();
   }
 
-  // Whether "</name>" begins at `at`; it may run past the range being parsed.
-  bool closes(long at, std::string_view name) const {
-    const std::size_t size = name.size() + 3;
-    if (static_cast<std::size_t>(at) + size > text_.size()) return false;
-    const char* tag = text_.data() + at;
-    return tag[0] == '<' && tag[1] == '/' && tag[size - 1] == '>' &&
-           same_bytes(std::string_view(tag + 2, name.size()), name);
-  }
-
-  // "</" stands at `lt`, a range's position: closes the open elements whose closing tags begin
-  // there or inside that tag. False when it closes none.
+  // "</" stands at `lt`, where a range is read: closes the open elements that it, or a "</"
+  // inside its tag, names. False when it closes none.
   bool close_at(long lt) {
-    if (frames_.size() > 1) {
-      const std::string_view name = XmlTree::name(*frames_.back());
-      if (closes(lt, name)) {
-        const long gt = lt + static_cast<long>(name.size()) + 2;
-        // Only a name that holds "<" can hide the closing tag of an outer element in this one.
-        const bool may_close_more = may_hold_lt(*frames_.back());
-        close(static_cast<long>(frames_.size()) - 1, gt);
-        if (may_close_more) close_in_group(lt + 1, gt);
+    if (open_.size() > 0) {
+      const std::string_view innermost = open_.name(open_.size() - 1);
+      if (xml_scan::closing_tag_at(text_, lt, innermost)) {
+        const long gt = lt + static_cast<long>(innermost.size()) + 2;
+        const bool group = open_.name_holds_lt(open_.size() - 1);
+        close(open_.size() - 1, gt);
+        if (group) close_group(lt + 1, gt);
         return true;
       }
     }
-    const long gt = first_gt_from(lt + 2);
-    return gt >= 0 && close_in_group(lt, gt);
+    const long gt = xml_scan::find_byte(text_, '>', lt + 2, length());
+    return gt >= 0 && close_group(lt, gt);
   }
 
-  // Closes the open elements named by the "</" that begin in [from, gt), whose names all end
-  // at the ">" at `gt`, in document order. False when it closes none.
-  bool close_in_group(long from, long gt) {
-    // One backward sweep hashes every name that ends at gt. Only open names are kept, so that
-    // a group of a million "</" costs no more memory than the open elements.
-    found_.clear();
-    open_names_.enter_open_frames(frames_);
-    std::uint64_t hash = BackwardHash::start();
-    for (long at = gt;; --at) {
-      const long lt = at - 2;
-      if (lt < from) break;
-      if (text_[lt] == '<' && text_[lt + 1] == '/' && lt < end_) {
-        const long frame = open_names_.find(text_.substr(at, gt - at), hash, frames_);
-        if (frame >= 0) found_.push_back({lt, hash});
-      }
-      hash = BackwardHash::step(hash, text_[at - 1]);
-    }
+  // Closes the open elements named by the "</" that begin in text[from, gt), in document order.
+  // False when it closes none.
+  [[gnu::noinline]] bool close_group(long from, long gt) {
+    open_.closings(text_, from, gt, end_, closings_);
     bool closed = false;
-    for (auto found = found_.rbegin(); found != found_.rend(); ++found) {
-      const std::string_view name = text_.substr(found->lt + 2, gt - found->lt - 2);
-      const long frame = open_names_.find(name, found->hash, frames_);
-      if (frame < 0) continue;  // gone with an outer element closed just before
-      close(frame, gt);
+    for (const OpenNames::Closing& closing : closings_) {
+      if (closing.index >= open_.size()) continue;  // gone with an outer one closed just before
+      close(closing.index, gt);
       closed = true;
     }
     return closed;
   }
 
-  // The range of frame `index` ends at a closing tag whose ">" is at `gt`.
-  void close(long index, long gt) {
-    if (static_cast<long>(frames_.size()) > index + 1) {
-      XmlTree::drop_last_child(*receiver(static_cast<std::size_t>(index)));
-      while (static_cast<long>(frames_.size()) > index + 1) pop();
-    }
-    XmlNode* const closed = frames_.back();
-    pop();
+  // The range of the open element at `index` ends at a closing tag whose ">" is at `gt`.
+  void close(std::size_t index, long gt) {
+    builder_.close(index);
+    while (open_.size() > index) open_.pop();
     position_ = gt + 1;
-    if (top_receiver() == root_.get()) completed_root_child(*closed);
   }
 
-  // A child of the root is final once complete, as long as the root completes too. When the
-  // caller takes children one by one, it gets this one now, and the tree lets it go and takes
-  // back its memory.
-  [[gnu::noinline]] void completed_root_child(XmlNode& child) {
-    if (sink_ == nullptr || &child == root_.get()) return;
-    sink_->deliver(sink_->context, *root_, child);
-    XmlTree::drop_last_child(*root_);
-    XmlTree::document(*root_).rewind(child_mark_);
-  }
-
-  // The innermost range cannot go on at `lt`: the rest of it is passed over, looking only for
-  // the closing tags of open elements.
-  [[gnu::noinline]] void stop(long lt) {
-    if (frames_.size() == 1) {
-      done_ = true;
-      return;
-    }
-    for (long from = lt + 1; from < end_;) {
-      const long gt = first_gt_from(from);
+  // The innermost range cannot be read on from `lt`: the rest of it is passed over, looking only
+  // for closing tags of open elements. False when the parse is over.
+  [[gnu::noinline]] bool stop(long lt) {
+    if (open_.size() == 0) return false;
+    for (long from = lt + 1;;) {
+      const long closing = xml_scan::find_closing_start(text_, from, end_);
+      if (closing < 0) break;
+      const long gt = xml_scan::find_byte(text_, '>', closing + 2, length());
       if (gt < 0) break;
-      if (close_in_group(from, gt)) return;
+      if (close_group(closing, gt)) return true;
       from = gt + 1;
     }
-    drop_open_elements();
+    return end_of_text();
   }
 
-  // Where the last "</" that begins in the range stands, or -1.
-  long find_last_closing_start() const {
-    const char* data = text_.data();
-    for (std::size_t left = static_cast<std::size_t>(end_ - start_); left > 0;) {
-      const void* found = memrchr(data + start_, '<', left);
-      if (found == nullptr) break;
-      const long at = static_cast<const char*>(found) - data;
-      if (at + 1 < length() && data[at + 1] == '/') return at;
-      left = static_cast<std::size_t>(at - start_);
-    }
-    return -1;
+  [[gnu::noinline]] bool end_of_text() {
+    if (open_.size() > 0) builder_.drop_open();
+    while (open_.size() > 0) open_.pop();
+    return false;
   }
 
-  // The first ">" at or after `from` in the whole text, or -1. Searches move forward: one goes
-  // over the bytes of the one before again only when a "</" that closed nothing is read again
-  // as a tag, so no byte is searched more than twice.
-  long first_gt_from(long from) const { return scan::find_byte(text_, '>', from, length()); }
-
-  // No closing tag comes for the open elements: the lowest of them is dropped, and the
-  // top-level range ends there.
-  [[gnu::noinline]] void drop_open_elements() {
-    const bool root_dropped = frames_[1] == root_.get();
-    while (frames_.size() > 1) pop();  // before the root goes: leaving reads the names
-    if (root_dropped) {
-      root_.reset();
-    } else {
-      XmlTree::drop_last_child(*top_receiver_);
-    }
-    done_ = true;
+  // The first "<" in text[from, end_), or -1. A tag's content is searched once: for its closing
+  // tag, and again, when that was not it, for the end of its text.
+  long next_lt(long from) {
+    if (from == searched_from_) return found_lt_;
+    // The common case of no text at all costs no search.
+    if (from < end_ && text_[static_cast<std::size_t>(from)] == '<') return from;
+    searched_from_ = from;
+    found_lt_ = xml_scan::find_byte(text_, '<', from, end_);
+    return found_lt_;
   }
 
-  // Appends an element to a range's receiver; the element is the root when there is none.
-  XmlNode& append(XmlNode* receiver, std::string_view name) {
-    if (receiver == nullptr) {
-      root_ = xml_node_new(name);
-      root_name_ = name;
-      top_receiver_ = root_.get();
-      // Children handed over one by one live only during the hand-over: the root's List is
-      // made now, before the first child's memory is marked.
-      if (sink_ != nullptr) XmlTree::children(*root_);
-      return *root_;
-    }
-    // One mark, before the first child and after the root's attributes, for every child: a
-    // mark per child would keep the block each child began in whenever it filled another.
-    if (receiver == root_.get() && sink_ != nullptr && !child_marked_) {
-      child_mark_ = XmlTree::document(*root_).mark();
-      child_marked_ = true;
-    }
-    // The caller's parent may be shared; the elements made here are not, until returned.
-    if (receiver == parent_) return xml_add_element(*parent_, name);
-    return XmlTree::add_element_unshared(*receiver, kept_name(*receiver, name));
+  AttributeRange attributes(const Tag& tag, long end) const {
+    if (tag.space < 0) return {{}, false};
+    return {piece(tag.space + 1, std::max(end, tag.space + 1)), true};
   }
 
-  // Where the elements of a range go: its element's node, and at the top level the caller's
-  // parent, or the root once there is one (null before).
-  XmlNode* receiver(std::size_t frame) const { return frame == 0 ? top_receiver_ : frames_[frame]; }
-  XmlNode* top_receiver() const { return frames_.size() == 1 ? top_receiver_ : frames_.back(); }
+  long length() const { return static_cast<long>(text_.size()); }
 
-  // The tree views the text it keeps (or lends for a hand-over) in place, and copies the
-  // pieces of any other text.
-  bool views_text() const { return views_text_; }
-
-  // The bytes text[start, end), which the caller knows to lie in the text.
+  // text[start, end), which the caller knows to lie in the text.
   std::string_view piece(long start, long end) const {
     return {text_.data() + start, static_cast<std::size_t>(end - start)};
   }
 
-  // The bytes text[start, end) as the tree of `node` holds them.
-  std::string_view kept(const XmlNode& node, long start, long end) const {
-    const std::string_view bytes = piece(start, end);
-    return views_text() ? bytes : XmlTree::document(node).copy_text(bytes);
-  }
-
-  // An element name as the tree of `node` holds it. A document repeats a few names many times,
-  // so each copy serves the later elements of the same name: a name is looked for in one
-  // entry of a small table, keyed by its size and outer bytes, and copied again on a miss.
-  std::string_view kept_name(const XmlNode& node, std::string_view name) {
-    if (views_text()) return name;
-    std::string_view& copied = copied_names_[OpenNames::quick_key(name) % copied_names_.size()];
-    if (copied.data() == nullptr || !same_bytes(copied, name)) {
-      copied = XmlTree::document(node).copy_text(name);
-    }
-    return copied;
-  }
-
-  // A text segment read directly in the range of `frame`: it replaces the one before.
-  void set_text(XmlNode* node, long start, long end) {
-    if (node == nullptr) return;
-    if (node == parent_) {
-      xml_node_set_text(*parent_, text_.substr(start, end - start));
-    } else {
-      XmlTree::set_text_view(*node, kept(*node, start, end));
-    }
-  }
-
   std::string_view text_;
-  long start_;
   long end_;
+  long position_;  // where the innermost range is read
+  long last_closing_;
+  long searched_from_ = -1;  // where the last search for "<" began, and what it found
+  long found_lt_ = -1;
+  std::size_t unchecked_reads_ = 0;  // tags read since the last check
+  bool go_on_ = true;                // after a reopened element: whether the parse goes on
+  Builder& builder_;
+  OpenNames open_;
+  std::vector<OpenNames::Closing> closings_;
+};
+
+// Adds the attributes to a node the parser made, which no other thread can reach yet; the
+// bytes are already the tree's.
+void add_attributes(XmlNode& node, std::string_view bytes) {
+  XmlDocument& document = XmlTree::document(node);
+  xml_scan::for_each_attribute(
+      bytes, 0, static_cast<long>(bytes.size()),
+      [&](std::string_view name, std::string_view value) {
+        list_link_at_end_unlocked(
+            XmlTree::attributes(node),
+            XmlTree::new_list_node<XmlAttribute>(document, XmlAttribute{name, value}));
+      });
+}
+
+// Builds the whole tree. The tree views the text: xml_parse_buffer's, which it keeps, or a copy
+// of the range parsed, as pugixml parses a copy of its buffer, so that no name, text or
+// attribute is copied on its own. The copy is made in the tree's storage with the first element
+// and filled as the parse reaches the bytes, while they are still in the cache. Elements go to
+// the caller's parent, when there is one, through the public operations, since other code may
+// reach it.
+class TreeBuilder {
+ public:
+  // The tree holds bytes of `range`, which it keeps as it is when `kept`, and copies otherwise.
+  TreeBuilder(XmlNode* parent, std::string_view range, bool kept)
+      : parent_(parent),
+        range_(range),
+        held_(kept ? range.data() : nullptr),
+        copied_(kept ? range.size() : 0) {}
+
+  std::unique_ptr<XmlNode> take_root() { return std::move(root_); }
+
+  void leaf(std::string_view name, AttributeRange attributes,
+            std::optional<std::string_view> text) {
+    XmlNode& node = add(name, attributes);
+    if (text) XmlTree::set_text_view(node, held(*text), /*first_text=*/true);
+  }
+  void open(std::string_view name, AttributeRange attributes) {
+    open_.push_back(&add(name, attributes));
+  }
+  void text(std::string_view bytes) {
+    if (!open_.empty()) {
+      XmlTree::set_text_view(*open_.back(), held(bytes));
+    } else if (parent_ != nullptr) {
+      xml_node_set_text(*parent_, bytes);
+    }
+  }
+  void close(std::size_t index) {
+    if (open_.size() > index + 1) XmlTree::drop_last_child(*open_[index]);
+    open_.resize(index);
+  }
+  void abandon(std::size_t index) {
+    XmlTree::drop_last_child(*open_[index - 1]);
+    open_.resize(index);
+  }
+  void drop_open() {
+    if (open_.front() == root_.get()) {
+      root_.reset();
+    } else {
+      XmlTree::drop_last_child(parent_ != nullptr ? *parent_ : *root_);
+    }
+    open_.clear();
+  }
+
+ private:
+  XmlNode& add(std::string_view name, AttributeRange attributes) {
+    if (open_.empty() && (parent_ != nullptr || root_ == nullptr))
+      return add_on_top(name, attributes);
+    XmlNode& node =
+        XmlTree::add_element_unshared(open_.empty() ? *root_ : *open_.back(), held(name));
+    if (attributes.present) add_attributes(node, held(attributes.bytes));
+    return node;
+  }
+
+  // The root, or an element of the caller's parent, whose document takes the copy.
+  [[gnu::noinline]] XmlNode& add_on_top(std::string_view name, AttributeRange attributes) {
+    XmlNode* node;
+    if (parent_ != nullptr) {
+      node = &xml_add_element(*parent_, name);
+      if (attributes.present) {
+        xml_parse_attributes(*node, attributes.bytes, 0,
+                             static_cast<long>(attributes.bytes.size()));
+      }
+    } else {
+      root_ = xml_node_new(name);
+      node = root_.get();
+    }
+    if (held_ == nullptr) {
+      copy_ = static_cast<char*>(
+          XmlTree::document(*node).allocate((range_.size() + kWord - 1) / kWord * kWord));
+      held_ = copy_;
+    }
+    if (parent_ == nullptr && attributes.present) add_attributes(*node, held(attributes.bytes));
+    return *node;
+  }
+
+  // The tree's own bytes for bytes of the range.
+  std::string_view held(std::string_view bytes) {
+    const auto offset = static_cast<std::size_t>(bytes.data() - range_.data());
+    if (offset + bytes.size() > copied_) copy_up_to(offset + bytes.size());
+    return {held_ + offset, bytes.size()};
+  }
+
+  // Copies the range up to `end` at least, a step ahead.
+  [[gnu::noinline]] void copy_up_to(std::size_t end) {
+    constexpr std::size_t kStep = 32 * 1024;
+    const std::size_t to = std::min(range_.size(), std::max(end, copied_ + kStep));
+    std::memcpy(copy_ + copied_, range_.data() + copied_, to - copied_);
+    copied_ = to;
+  }
+
+  static constexpr std::size_t kWord = XmlDocument::kWord;
+
   XmlNode* parent_;
-  const XmlChildSink* sink_;
-  std::unique_ptr<std::string> kept_text_;  // the parsed text, until the tree takes it
-  bool views_text_ = sink_ != nullptr;
-  XmlDocument::Mark child_mark_{};
-  bool child_marked_ = false;
-  std::string_view root_name_;
-  FrameStack frames_;
-  long position_ = start_;  // where the innermost range is read
-  XmlNode* top_receiver_ = parent_;
-  OpenNames open_names_;
-  std::size_t open_names_holding_lt_ = 0;  // how many open elements have a "<" in their name
-  struct FoundClosing {
-    long lt;
-    std::uint64_t hash;  // of the name it closes
-  };
-  std::vector<FoundClosing> found_;
-  long last_closing_ = -1;
-  std::array<std::string_view, 256> copied_names_{};
+  std::string_view range_;
+  const char* held_;      // the range as the tree holds it; null before it is copied
+  char* copy_ = nullptr;  // the copy, when the tree does not keep the text
+  std::size_t copied_;    // how much of the range held_ holds
   std::unique_ptr<XmlNode> root_;
-  bool done_ = false;
+  std::vector<XmlNode*> open_;  // the node of each open element
+};
+
+// Hands each child of the root to the sink as soon as it is complete, then lets it go and
+// gives its memory back, so that a long list costs the memory of one item. The root keeps its
+// name only, and every node views the text, which outlives the hand-over.
+class SinkBuilder {
+ public:
+  explicit SinkBuilder(const XmlChildSink& sink) : sink_(sink) {}
+
+  std::optional<std::string_view> root_name() const {
+    if (!root_) return std::nullopt;
+    return root_name_;
+  }
+
+  void leaf(std::string_view name, AttributeRange attributes,
+            std::optional<std::string_view> text) {
+    if (!root_) return make_root(name);
+    XmlNode* receiver = open_.empty() ? root_.get() : open_.back();
+    XmlNode& node = add(*receiver, name, attributes);
+    if (text) XmlTree::set_text_view(node, *text, /*first_text=*/true);
+    if (receiver == root_.get()) deliver(node);
+  }
+  void open(std::string_view name, AttributeRange attributes) {
+    if (!root_) {
+      make_root(name);
+      open_.push_back(root_.get());
+      return;
+    }
+    open_.push_back(&add(open_.empty() ? *root_ : *open_.back(), name, attributes));
+  }
+  void text(std::string_view bytes) {
+    if (!open_.empty() && open_.back() != root_.get()) {
+      XmlTree::set_text_view(*open_.back(), bytes);
+    }
+  }
+  void close(std::size_t index) {
+    if (open_.size() > index + 1) XmlTree::drop_last_child(*open_[index]);
+    XmlNode* const closed = open_[index];
+    open_.resize(index);
+    if (closed != root_.get() && (open_.empty() || open_.back() == root_.get())) {
+      deliver(*closed);
+    }
+  }
+  void abandon(std::size_t index) {
+    XmlTree::drop_last_child(*open_[index - 1]);
+    open_.resize(index);
+  }
+  void drop_open() {
+    if (open_.front() == root_.get()) {
+      root_.reset();
+    } else {
+      XmlTree::drop_last_child(*root_);
+    }
+    open_.clear();
+  }
+
+ private:
+  void make_root(std::string_view name) {
+    root_ = xml_node_new(name);
+    root_name_ = name;
+    XmlTree::children(*root_);  // made now, before the children's memory is marked
+    mark_ = XmlTree::document(*root_).mark();
+  }
+
+  static XmlNode& add(XmlNode& receiver, std::string_view name, AttributeRange attributes) {
+    XmlNode& node = XmlTree::add_element_unshared(receiver, name);
+    if (attributes.present) add_attributes(node, attributes.bytes);
+    return node;
+  }
+
+  void deliver(XmlNode& child) {
+    sink_.deliver(sink_.context, *root_, child);
+    XmlTree::drop_last_child(*root_);
+    XmlTree::document(*root_).rewind(mark_);
+  }
+
+  const XmlChildSink& sink_;
+  std::unique_ptr<XmlNode> root_;
+  std::string_view root_name_;
+  XmlDocument::Mark mark_{};
+  std::vector<XmlNode*> open_;  // the node of each open element, the root first
 };
 
 }  // namespace
@@ -609,9 +477,11 @@ std::unique_ptr<XmlNode> xml_parse_buffer(std::string&& text) {
   auto kept = std::make_unique<std::string>(std::move(text));
   const std::string_view parsed = c_text(*kept);
   if (parsed.empty()) return nullptr;
-  Parser parser(parsed, 0, static_cast<long>(parsed.size()), nullptr);
-  parser.keep_text(std::move(kept));
-  return parser.run();
+  TreeBuilder builder(nullptr, parsed, /*kept=*/true);
+  ParseLoop(parsed, 0, static_cast<long>(parsed.size()), builder).run();
+  std::unique_ptr<XmlNode> root = builder.take_root();
+  if (root) XmlTree::document(*root).keep(std::move(kept));
+  return root;
 }
 
 std::unique_ptr<XmlNode> xml_parse_element(XmlNode* parent, std::string_view text, long start,
@@ -620,33 +490,28 @@ std::unique_ptr<XmlNode> xml_parse_element(XmlNode* parent, std::string_view tex
   start = std::max(start, 0L);
   end = std::min(end, static_cast<long>(text.size()));
   if (start >= end) return nullptr;
-  return Parser(text, start, end, parent).run();
+  TreeBuilder builder(parent, text.substr(start, end - start), /*kept=*/false);
+  ParseLoop(text, start, end, builder).run();
+  return builder.take_root();
 }
 
 std::optional<std::string_view> xml_parse_children(std::string_view text, XmlChildSink sink) {
   text = c_text(text);
-  if (text.empty()) return std::nullopt;
-  Parser parser(text, 0, static_cast<long>(text.size()), nullptr, &sink);
-  if (!parser.run()) return std::nullopt;
-  return parser.root_name();
+  SinkBuilder builder(sink);
+  ParseLoop(text, 0, static_cast<long>(text.size()), builder).run();
+  return builder.root_name();
 }
 
 void xml_parse_attributes(XmlNode& node, std::string_view text, long start, long end) {
   end = std::min(end, static_cast<long>(text.size()));
-  for (long position = std::max(start, 0L); position < end;) {
-    long stop = end;
-    const long open_quote = scan::find_byte(text, '"', position, end);
-    if (open_quote >= 0) {
-      const long close_quote = scan::find_byte(text, '"', open_quote + 1, end);
-      if (close_quote != -1) stop = close_quote + 1;
-    }
-    xml_parse_attribute(node, text, position, stop);
-    position = stop + 1;  // exactly one separating byte is skipped
-  }
+  xml_scan::for_each_attribute(text, std::max(start, 0L), end,
+                               [&](std::string_view name, std::string_view value) {
+                                 xml_node_add_attribute(node, name, value);
+                               });
 }
 
 void xml_parse_attribute(XmlNode& node, std::string_view text, long start, long end) {
-  const long equals = scan::find_byte(text, '=', start, end);
+  const long equals = xml_scan::find_byte(text, '=', start, end);
   if (equals < 0) return;
   long value_start = equals + 1;
   if (equals != end - 1 && text[value_start] == '"') ++value_start;

@@ -15,8 +15,8 @@
 ///
 /// The parse reads the text once, front to back, in time linear in the text: every search is
 /// bounded by its range, and nesting is followed with an explicit stack, so depth costs no
-/// stack. The tree holds copies of its names and texts, a repeated name mostly copied once, or,
-/// from xml_parse_buffer, views of the text it was given.
+/// stack. The tree holds one copy of the text it was parsed from, whose bytes its names, texts
+/// and attributes are, or, from xml_parse_buffer, the text itself.
 #ifndef QUORLIN_XML_XML_PARSER_HPP
 #define QUORLIN_XML_XML_PARSER_HPP
 
@@ -52,10 +52,11 @@ struct XmlChildSink {
 
 /// Parses `text` as xml_parse does without keeping the root's children: each child is handed to
 /// `sink` as soon as it is complete, then let go, and its memory serves the next one, so that a
-/// long list costs the memory of one item. The nodes handed over and their names and texts view
-/// `text` and live only during the hand-over. Returns the root's name, a view of `text`, or
-/// std::nullopt when the text has no complete root: the children handed over then belong to no
-/// tree and are to be discarded.
+/// long list costs the memory of one item. The root handed over with each child holds its name
+/// alone, none of its attributes or texts, which a long root tag would make cost as much as a
+/// list. The nodes handed over and their names and texts view `text` and live only during the
+/// hand-over. Returns the root's name, a view of `text`, or std::nullopt when the text has no
+/// complete root: the children handed over then belong to no tree and are to be discarded.
 QUORLIN_API std::optional<std::string_view> xml_parse_children(std::string_view text,
                                                                XmlChildSink sink);
 

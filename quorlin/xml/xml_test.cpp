@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "quorlin/xml/xml_node.hpp"
+#include "quorlin/xml/xml_open_names_internal.hpp"
 #include "quorlin/xml/xml_test_support.hpp"
 #include "quorlin/xml/xml_writer.hpp"
 #include "tests/support/peers.hpp"
@@ -86,12 +87,87 @@ TEST(XmlParse, ElementRangeAppendsToAGivenParent) {
   EXPECT_EQ(describe(xml_parse_element(nullptr, "<r></q><x</r>", 0, 9).get()), "null");
 }
 
-// A million distinct names, each closed in order: each closing tag finds its element at once.
-TEST(XmlParse, AMillionNestedElementsStayLinear) {
+// Documents of millions of tags that a parser searching backwards, or from each opening tag to
+// its closing tag, would read in quadratic time, here and under the sanitizers alike.
+TEST(XmlParse, HostileShapesStayLinear) {
+  const auto repeated = [](std::string_view unit, int count) {
+    std::string text;
+    for (int i = 0; i < count; ++i) text += unit;
+    return text;
+  };
+  const std::pair<std::string, std::string> cases[] = {
+      {std::string(10'000'000, '<'), "null"},
+      {repeated("<a>", 1'000'000), "null"},
+      {repeated("<a>", 300'000) + repeated("</a>", 300'000), "a"},
+      {"<r>" + repeated("</", 1'000'000) + ">", "null"},
+  };
+  for (const auto& [text, tree] : cases) {
+    EXPECT_EQ(describe(xml_parse(text).get()), tree) << text.substr(0, 20);
+  }
+  // A million distinct names, each closed in order: each closing tag closes the innermost.
   std::string nested;
   for (int i = 0; i < 1'000'000; ++i) nested += "<e" + std::to_string(i) + ">";
   for (int i = 1'000'000; i-- > 0;) nested += "</e" + std::to_string(i) + ">";
   EXPECT_EQ(xml_to_string(*xml_parse(nested)), nested);
+}
+
+// Which open element a closing tag closes: the one of the name that each "</" of the tag names,
+// up to the ">", in document order; none for a name that is not open or an element closed
+// since. Names over 16 bytes take the hash of the bytes from the end.
+TEST(OpenNames, AClosingTagClosesTheOpenElementOfItsName) {
+  const std::string long_name(40, 'l');
+  const struct {
+    std::vector<std::string> opens;
+    std::size_t closed_after;  // how many of the opens are closed again before the tag
+    std::string tag;
+    std::vector<std::size_t> closes;
+  } cases[] = {
+      {{"a", "b", "c"}, 0, "</c>", {2}},
+      {{"a", "b", "c"}, 0, "</a>", {0}},
+      {{"a", "b"}, 0, "</z>", {}},
+      {{"a", "b"}, 0, "</a >", {}},
+      {{"a", "b"}, 1, "</b>", {}},
+      {{"abc", "axc"}, 0, "</axc>", {1}},
+      {{"abc", "axc"}, 1, "</axc>", {}},
+      {{"", "a"}, 0, "</>", {0}},
+      {{"a", "x</a"}, 0, "</x</a>", {1, 0}},
+      {{"x</a", "a"}, 0, "</x</a>", {0, 1}},
+      {{"a", "x</a"}, 0, "<</x</a>", {1, 0}},
+      {{"ab", "b"}, 0, "</a</ab>", {0}},
+      {{long_name, "x</" + long_name}, 0, "</x</" + long_name + ">", {1, 0}},
+      {{"x" + long_name, long_name}, 0, "</" + long_name + ">", {1}},
+  };
+  for (const auto& row : cases) {
+    xml_open::OpenNames open;
+    for (const std::string& name : row.opens) open.push(name, false);
+    EXPECT_EQ(open.check(), -1);
+    for (std::size_t closed = 0; closed < row.closed_after; ++closed) open.pop();
+    std::vector<xml_open::OpenNames::Closing> found;
+    const long gt = static_cast<long>(row.tag.size()) - 1;
+    open.closings(row.tag, 0, gt, gt, found);
+    std::vector<std::size_t> closes;
+    for (const auto& closing : found) closes.push_back(closing.index);
+    EXPECT_EQ(closes, row.closes) << row.tag;
+  }
+
+  // A name opened above an open element of its own name is found out by the check; the table
+  // grows past its first 64 slots, and a name closed and opened again is found in its new place.
+  xml_open::OpenNames open;
+  std::vector<std::string> names;
+  for (int i = 0; i < 100; ++i) names.push_back("n" + std::to_string(i));
+  for (const std::string& name : names) {
+    open.push(name, false);
+    ASSERT_EQ(open.check(), -1) << name;
+  }
+  open.push("n57", false);
+  EXPECT_EQ(open.check(), 100);
+  open.pop();
+  open.pop();
+  open.push("n99", false);
+  EXPECT_EQ(open.check(), -1);
+  EXPECT_EQ(open.find("n99"), 99);
+  EXPECT_EQ(open.find("n57"), 57);
+  EXPECT_EQ(open.find("n100"), -1);
 }
 
 TEST(XmlNode, TextIsCopiedReplacedAndCleared) {
