@@ -86,7 +86,9 @@ struct ChildUse {
 
 volatile std::sig_atomic_t launcher_interrupted = 0;
 
-extern "C" void note_interruption(int) { launcher_interrupted = 1; }
+extern "C" void note_interruption(int) {
+  launcher_interrupted = 1;
+}
 
 // Runs a program with its output discarded and returns its own resource use (wait4), so that
 // the serving side in this process is not counted. A program ended by Ctrl-C ends the
