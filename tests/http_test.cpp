@@ -3,6 +3,9 @@
 
 #include <gtest/gtest.h>
 
+#include <sys/socket.h>
+
+#include <algorithm>
 #include <chrono>
 #include <fstream>
 #include <string>
@@ -118,6 +121,44 @@ TEST(HttpPost, ScriptedReplies) {
   std::string body = "untouched";
   EXPECT_EQ(http_post(connection, "example.org", "/p", "a=1", -1, nullptr, &body), 0);
   EXPECT_EQ(body, "untouched");
+  connection_close(connection);
+}
+
+// Over datagrams the request goes to the peer's address and its reply comes back whole, headers
+// and all; the headers are then skipped in memory. Over a stream they are skipped on the wire.
+TEST(HttpPost, DatagramsAndSkippedHeaders) {
+  const std::string reply = "HTTP/1.1 200 OK\r\nA: 1\r\n\r\nok";
+  const int port = testing::free_port();
+  const int peer = server_socket_open("127.0.0.1", port, true, 1);
+  std::string request;
+  std::thread answer([&] {
+    sockaddr_in source{};
+    socklen_t size = sizeof source;
+    long length = 0;
+    const auto received = recv_datagram(peer, length, reinterpret_cast<sockaddr*>(&source), &size);
+    request.assign(received.get(), static_cast<std::size_t>(std::max(length, 0L)));
+    send_datagram(peer, reply.data(), static_cast<long>(reply.size()),
+                  reinterpret_cast<sockaddr*>(&source), size);
+  });
+  const int client = socket_open_any(0, true);
+  std::string body;
+  EXPECT_EQ(http_post_datagram(client, "h", "/p", "a=1", "127.0.0.1", port, 2000, nullptr, &body),
+            static_cast<int>(reply.size()));
+  answer.join();
+  EXPECT_EQ(request, http_request_text("h", "/p", "a=1"));
+  EXPECT_EQ(body, reply);
+  EXPECT_EQ(skip_text_header_lines(body), "ok");
+  EXPECT_EQ(skip_text_header_lines("A: 1\r\n"), std::nullopt);
+  connection_close(client);
+  connection_close(peer);
+
+  testing::ScriptedServer server(testing::answer_one_line("A: 1\r\nB: 2\r\n\r\nrest\n"));
+  const Connection connection = connection_open(0, "127.0.0.1", server.port());
+  send_all(connection, "x\n", 2);
+  skip_header_lines(connection);
+  char rest[5];
+  EXPECT_EQ(recv_exact_nostatus(connection, rest, 5, 2000), 5);
+  EXPECT_EQ(std::string(rest, 5), "rest\n");
   connection_close(connection);
 }
 

@@ -32,9 +32,12 @@ testing::ProgramRun ctl(int port, const std::string& arguments, const std::strin
 TEST(Quorlinctl, EveryOperationPrintsItsJsonAndSendsItsRequest) {
   ServiceSimulator service(kAnyPort);
   ASSERT_TRUE(service.start());
-  const std::string member =
-      R"({"Peer":"carol","Status":1,"PeerIp":null,"ConnectStatus":1,"RemoteShares":[],)"
-      R"("Messages":[],"ConnectCount":0})";
+  // A seed member as JSON: connected, its address never read back.
+  const auto member_json = [](const std::string& peer) {
+    return R"({"Peer":")" + peer +
+           R"(","Status":1,"PeerIp":null,"ConnectStatus":1,"RemoteShares":[],"Messages":[],)"
+           R"("ConnectCount":0})";
+  };
   // The arguments (the global options before or after the command); the JSON printed; the
   // request lines the service received.
   const std::tuple<std::string, std::string, std::vector<std::string>> rows[] = {
@@ -43,23 +46,16 @@ TEST(Quorlinctl, EveryOperationPrintsItsJsonAndSendsItsRequest) {
        {"p2pnet_command=0&p2pnet_type=0"}},
       {"set service-type 2 -j", "{}", {"p2pnet_command=1&p2pnet_type=2"}},
       {"--json network show 2",
-       R"({"Id":2,"Type":0,"Name":"Work","PeerMembers":[{"Peer":"me","Status":1,)"
-       R"("PeerIp":null,"ConnectStatus":1,"RemoteShares":[],"Messages":[],)"
-       R"("ConnectCount":0},)" +
-           member +
+       R"({"Id":2,"Type":0,"Name":"Work","PeerMembers":[)" + member_json("me") + "," +
+           member_json("carol") +
            R"(],"FolderShares":[],"ConnectionShares":[],"ConnectStatus":0,"EnableSharing":1,)"
            R"("EnableFolderSharing":0,"EnableConnectionSharing":0})",
        {"p2pnet_command=2&p2pnet_type=0"}},
       {"--json networks --type 3",
-       R"([{"Id":3,"Type":3,"Name":"Gaming","PeerMembers":[)"
-       R"({"Peer":"me","Status":1,"PeerIp":null,"ConnectStatus":1,"RemoteShares":[],)"
-       R"("Messages":[],"ConnectCount":0},{"Peer":"dave","Status":1,"PeerIp":null,)"
-       R"("ConnectStatus":1,"RemoteShares":[],"Messages":[],"ConnectCount":0},{"Peer":"erin",)"
-       R"("Status":1,"PeerIp":null,"ConnectStatus":1,"RemoteShares":[],"Messages":[],)"
-       R"("ConnectCount":0},{"Peer":"frank","Status":1,"PeerIp":null,"ConnectStatus":1,)"
-       R"("RemoteShares":[],"Messages":[],"ConnectCount":0}],"FolderShares":[],)"
-       R"("ConnectionShares":[],"ConnectStatus":0,"EnableSharing":1,"EnableFolderSharing":0,)"
-       R"("EnableConnectionSharing":0}])",
+       R"([{"Id":3,"Type":3,"Name":"Gaming","PeerMembers":[)" + member_json("me") + "," +
+           member_json("dave") + "," + member_json("erin") + "," + member_json("frank") +
+           R"(],"FolderShares":[],"ConnectionShares":[],"ConnectStatus":0,"EnableSharing":1,)"
+           R"("EnableFolderSharing":0,"EnableConnectionSharing":0}])",
        {"p2pnet_command=2&p2pnet_type=3"}},
       {"--json network create lab ann bo --type 2 --connection-type 1",
        R"({"Id":1000,"Type":2,"Name":"lab","PeerMembers":[{"Peer":"ann","Status":0,)"

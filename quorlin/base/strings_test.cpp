@@ -69,6 +69,8 @@ TEST(Strings, SmallHelpers) {
   EXPECT_EQ(str_from_long(-2147483648L), "-2147483648");
   EXPECT_EQ(str_from_long(LONG_MIN), std::to_string(LONG_MIN));
   EXPECT_EQ(str_ndup("abcdef", 3), "abc");
+  EXPECT_EQ(str_copy("ab\0c"s), "ab\0c"s);
+  EXPECT_TRUE(is_ascii_alnum('z') && is_ascii_alnum('0') && !is_ascii_alnum('\xe9'));
   EXPECT_EQ(str_append_free("ab", "cd"), "abcd");
   EXPECT_EQ(c_text("ab\0cd"s), "ab");
   EXPECT_EQ(str_concat({"a", "", "bc"}), "abc");

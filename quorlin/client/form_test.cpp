@@ -33,5 +33,14 @@ TEST(Form, ParsedFieldsOfATextTable) {
   }
 }
 
+// Numbers are written in decimal before they are encoded; a second field follows an "&".
+TEST(Form, FieldsOfARequest) {
+  Form form;
+  form_add_long(form, "n", -5'000'000'000L);
+  form_add_int(form, "i", 7);
+  form_add_field(form, "a b", "x&y");
+  EXPECT_EQ(form.text, "n=-5000000000&i=7&a+b=x%26y");
+}
+
 }  // namespace
 }  // namespace quorlin

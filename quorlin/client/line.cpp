@@ -56,30 +56,12 @@ ReceivedLine::ReceivedLine(ReceivedLine&& other) noexcept
       capacity_(std::exchange(other.capacity_, 0)),
       mapped_(std::exchange(other.mapped_, false)) {}
 
-ReceivedLine& ReceivedLine::operator=(ReceivedLine&& other) noexcept {
-  if (this != &other) {
-    release();
-    data_ = std::exchange(other.data_, nullptr);
-    size_ = std::exchange(other.size_, 0);
-    capacity_ = std::exchange(other.capacity_, 0);
-    mapped_ = std::exchange(other.mapped_, false);
-  }
-  return *this;
-}
-
 ReceivedLine::~ReceivedLine() {
-  release();
-}
-
-void ReceivedLine::release() {
   if (mapped_) {
     munmap(data_, capacity_);
   } else {
     std::free(data_);
   }
-  data_ = nullptr;
-  size_ = capacity_ = 0;
-  mapped_ = false;
 }
 
 char* ReceivedLine::room_for(std::size_t extra) {

@@ -15,11 +15,9 @@ namespace quorlin {
 class ReceivedLine {
  public:
   ReceivedLine() = default;
-  ///@{
-  /// Moving hands the storage over and leaves `other` empty.
+  /// Moving hands the storage over and leaves `other` empty; a line is never assigned.
   ReceivedLine(ReceivedLine&& other) noexcept;
-  ReceivedLine& operator=(ReceivedLine&& other) noexcept;
-  ///@}
+  ReceivedLine& operator=(ReceivedLine&& other) = delete;
   ~ReceivedLine();
 
   /// The line's bytes: no LF, no CR, and nothing from its first NUL on.
@@ -28,7 +26,6 @@ class ReceivedLine {
  private:
   friend ReceivedLine receive_line(Connection connection, int timeout_ms, int& status);
   char* room_for(std::size_t extra);  ///< storage for `extra` more bytes after the text
-  void release();
 
   char* data_ = nullptr;
   std::size_t size_ = 0;

@@ -18,27 +18,6 @@
 namespace quorlin {
 namespace {
 
-// How a reply's line is read and split into fields, and how a request is encoded, is checked end
-// to end in the service tests. Here: a received line takes another over by assignment, freeing
-// the one it held, and stays itself when assigned to itself.
-TEST(Line, AReceivedLineTakenOverFreesTheOneItHeld) {
-  int ends[2];
-  socketpair(AF_UNIX, SOCK_STREAM, 0, ends);
-  int status = 0;
-  ReceivedLine line;
-  const std::size_t heap_before = testing::heap_in_use();
-  for (int i = 0; i < 100; ++i) {
-    write(ends[1], "one\n", 4);
-    line = receive_line(ends[0], NO_TIMEOUT, status);
-  }
-  EXPECT_LT(testing::heap_in_use(), heap_before + 10'000);  // each lost line holds over 1 KiB
-  ReceivedLine& same = line;
-  line = std::move(same);
-  EXPECT_EQ(line.text(), "one");
-  close(ends[0]);
-  close(ends[1]);
-}
-
 // A line that starts small and outgrows the heap moves to a mapping with the bytes it already
 // holds, and gives its heap block back: a slow sender of a long line, twenty times over.
 TEST(Line, ALineThatOutgrowsTheHeapKeepsItsBytesAndLeaksNothing) {

@@ -130,10 +130,13 @@ TEST(ConnectionOpen, TimeToLiveAndKeepAliveOnlyWhenAsked) {
   const int plain = socket(AF_INET, SOCK_STREAM, 0);
   getsockopt(plain, IPPROTO_IP, IP_TTL, &system_ttl, &ttl_size);
   close(plain);
-  // The time-to-live and keep-alive asked for; the socket's settings afterwards.
-  for (const auto& [ttl, keep_alive] : {std::pair{7, true}, {0, false}}) {
+  // The time-to-live and keep-alive asked for (0 and false: through the shorter entries); the
+  // socket's settings afterwards.
+  for (const auto& [ttl, keep_alive] : {std::pair{7, true}, {0, true}, {0, false}}) {
     const Connection connection =
-        connection_open_ex(0, "127.0.0.1", server.port(), ttl, false, true, keep_alive);
+        ttl != 0     ? connection_open_ex(0, "127.0.0.1", server.port(), ttl, false, true, true)
+        : keep_alive ? connection_open_keepalive(0, "127.0.0.1", server.port(), false, true)
+                     : connection_open(0, "127.0.0.1", server.port());
     int value = 0;
     socklen_t size = sizeof value;
     getsockopt(connection, IPPROTO_IP, IP_TTL, &value, &size);

@@ -2,6 +2,8 @@
 
 #include <gtest/gtest.h>
 
+#include <functional>
+#include <iterator>
 #include <string>
 #include <tuple>
 #include <type_traits>
@@ -17,6 +19,9 @@ namespace {
 TEST(MessageQueue, KeepsTheHundredNewestAndPopsOldestFirst) {
   auto member = peer_member_new(nullptr);
   EXPECT_FALSE(peer_member_is_connected(*member));  // connected is ConnectStatus 1, and only 1
+  const auto connection = connection_share_new();
+  EXPECT_EQ(connection->name, "Connection");
+  EXPECT_EQ(connection->type, 3);
   for (int status : {1, 2}) {
     member->connect_status = status;
     EXPECT_EQ(peer_member_is_connected(*member), status == 1);
@@ -48,19 +53,21 @@ std::string read_and_write(std::string_view document) {
   return text == through_tree ? text : text + " but through a tree " + through_tree;
 }
 
-constexpr auto kState =
-    read_and_write<service_state_parse, service_state_to_text, service_state_to_xml>;
-constexpr auto kMember = read_and_write<peer_member_parse, peer_member_to_text, peer_member_to_xml>;
-constexpr auto kNetwork =
-    read_and_write<peer_network_parse, peer_network_to_text, peer_network_to_xml>;
+constexpr auto kState = read_and_write<service_state_parse, service_state_to_text,
+                                       service_state_to_xml, service_state_from_xml>;
+constexpr auto kMember =
+    read_and_write<peer_member_parse, peer_member_to_text, peer_member_to_xml,
+                   +[](const XmlNode& element) { return peer_member_from_xml(element, nullptr); }>;
+constexpr auto kNetwork = read_and_write<peer_network_parse, peer_network_to_text,
+                                         peer_network_to_xml, peer_network_from_xml>;
 constexpr auto kNetworks = read_and_write<peer_network_list_parse, peer_network_list_to_text,
                                           peer_network_list_to_xml, peer_network_list_from_xml>;
 constexpr auto kInfo = read_and_write<peer_connection_info_parse, peer_connection_info_to_text,
-                                      peer_connection_info_to_xml>;
+                                      peer_connection_info_to_xml, peer_connection_info_from_xml>;
 std::string (*const kRequest)(std::string_view) = read_and_write<
     add_network_request_parse,
     static_cast<std::string (*)(const AddNetworkRequest&)>(add_network_request_to_text),
-    add_network_request_to_xml>;
+    add_network_request_to_xml, add_network_request_from_xml>;
 constexpr auto kShares =
     read_and_write<share_list_parse, share_list_to_text,
                    +[](const ShareList& list) { return share_list_to_xml(list, "Shares"); }>;
@@ -190,6 +197,65 @@ TEST(RecordXml, BuiltRecordsAndNotifications) {
   EXPECT_EQ(add_network_request_to_text(*add_network_request_new(std::nullopt, nullptr, 0, 0)),
             "<AddNetworkRequest><Name></Name><Members></Members><Type>0</Type><ConnectionType>0"
             "</ConnectionType></AddNetworkRequest>");
+}
+
+// The tree entry points that add under a parent or read into a List write and read the same
+// elements as the document's own readers and writers.
+TEST(RecordXml, TreeEntryPointsAddTheSameElements) {
+  const std::string folder =
+      "<FolderShare><Name>d</Name><Type>1</Type><AccessList><Accessor><Name>a</Name><Type>0"
+      "</Type></Accessor></AccessList><Path>/d</Path></FolderShare>";
+  const std::string member =
+      "<PeerMember><Peer>p</Peer><Status>1</Status><PeerIp></PeerIp><ConnectStatus>0"
+      "</ConnectStatus><RemoteShares>" +
+      folder +
+      "</RemoteShares><Messages><Message>m</Message></Messages><ConnectCount>0"
+      "</ConnectCount></PeerMember>";
+  const auto tree = xml_parse("<PeerMembers>" + member + "</PeerMembers>");
+  const auto child = [](const XmlNode& node, int index) -> const XmlNode& {
+    return *std::next(xml_node_children(node).begin(), index);
+  };
+  PeerNetwork network;
+  peer_member_list_read(*tree, network);
+  const PeerMember& read = *network.peer_members.first->item;
+  const XmlNode& shares = child(child(*tree, 0), 4);
+  ShareList one, all;
+  share_read(child(shares, 0), one);
+  share_list_read(shares, all);
+  AccessList access;
+  access_list_read(child(child(shares, 0), 2), access);
+  TextList texts;
+  string_list_read(child(child(*tree, 0), 5), "Messages", "Message", texts);
+  NotificationList notifications;
+  notification_read(*xml_parse("<Notification><Type>7</Type></Notification>"), notifications);
+  // Each writer under a parent <P>, and what it writes there.
+  const std::pair<std::function<void(XmlNode&)>, std::string> writes[] = {
+      {[&](XmlNode& p) { peer_member_write(read, p); }, member},
+      {[&](XmlNode& p) { peer_member_list_write(network.peer_members, p); },
+       "<PeerMembers>" + member + "</PeerMembers>"},
+      {[&](XmlNode& p) { share_write(*one.first->item, p); }, folder},
+      {[&](XmlNode& p) { share_list_write(all, "S", p); }, "<S>" + folder + "</S>"},
+      {[&](XmlNode& p) { access_list_write(access, p); },
+       "<AccessList><Accessor><Name>a</Name><Type>0</Type></Accessor></AccessList>"},
+      {[&](XmlNode& p) { accessor_write(*access.accessors.first->item, p); },
+       "<Accessor><Name>a</Name><Type>0</Type></Accessor>"},
+      {[&](XmlNode& p) { string_list_write(texts, "Ms", "M", p); }, "<Ms><M>m</M></Ms>"},
+      {[&](XmlNode& p) { notification_write(*notification_new_kind7("u", "m", "q"), p); },
+       "<Notification><Type>7</Type><Username>u</Username><Member>m</Member><PrevMember>q"
+       "</PrevMember></Notification>"},
+      {[&](XmlNode& p) { xml_set_text_int(xml_add_element(p, "I"), -7); }, "<I>-7</I>"},
+      {[&](XmlNode& p) { xml_set_text_long(xml_add_element(p, "L"), 1L << 40); },
+       "<L>1099511627776</L>"},
+  };
+  for (const auto& [write, written] : writes) {
+    const auto parent = xml_node_new("P");
+    write(*parent);
+    EXPECT_EQ(xml_to_string(*parent), "<P>" + written + "</P>");
+  }
+  EXPECT_EQ(notifications.first, nullptr);  // the kind-7 constructor refuses what was read
+  EXPECT_EQ(xml_text_int(*xml_parse("<I>-12x</I>")), -12);
+  EXPECT_EQ(xml_to_string(*notification_list_to_xml(notifications)),
+            "<Notifications></Notifications>");
 }
 
 TEST(AccessListAllowText, ListsAllowedAccessorsAndPrintsTheLine) {
