@@ -1,8 +1,8 @@
-// The three ways of parsing (a whole tree from a copy, from a kept buffer, and child by child)
-// must give the same tree. Parse, write, parse again, write again: the second writing must
-// equal the first for every tree that the unescaped writer can represent. Trees it cannot (see
-// representable) are only parsed, written and freed. Texts of up to 4 KiB must also read
-// exactly as the plain, recursive algorithm reads them. Any crash, leak or undefined behaviour
+// The three ways of parsing (a whole tree from a copy, from a kept buffer, and child by child,
+// whole or to a depth) must give the same tree. Parse, write, parse again, write again: the second
+// writing must equal the first for every tree that the unescaped writer can represent. Trees it
+// cannot (see representable) are only parsed, written and freed. Texts of up to 4 KiB must also
+// read exactly as the plain, recursive algorithm reads them. Any crash, leak or undefined behaviour
 // is a finding.
 #include <cstddef>
 #include <cstdint>
@@ -48,24 +48,27 @@ bool representable(const XmlNode& root) {
   return true;
 }
 
-// The root's name and its children, pictured one by one; "null" for no tree. The same picture
-// comes from a whole tree and from the children that xml_parse_children hands over.
-std::string describe_root_children(const quorlin::XmlNode* root) {
+// The root's name and its children, pictured one by one down to `depth` levels below the root;
+// "null" for no tree. The same picture comes from a whole tree and from the children that
+// xml_parse_children hands over built to that depth.
+std::string describe_root_children(const quorlin::XmlNode* root, std::size_t depth) {
   if (root == nullptr) return "null";
   std::string out = std::string(quorlin::xml_node_name(*root)) + ":";
   for (auto* child = quorlin::xml_node_children(*root).first; child != nullptr;
        child = child->next) {
-    out += quorlin::describe(&child->item) + ",";
+    out += quorlin::describe(&child->item, depth - 1) + ",";
   }
   return out;
 }
 
-std::string describe_handed_over(std::string_view text) {
+std::string describe_handed_over(std::string_view text, std::size_t depth) {
   std::string children;
   const auto root = quorlin::xml_parse_children(
-      text, [&](const quorlin::XmlNode&, const quorlin::XmlNode& child) {
+      text,
+      [&](const quorlin::XmlNode&, const quorlin::XmlNode& child) {
         children += quorlin::describe(&child) + ",";
-      });
+      },
+      depth);
   return root ? std::string(*root) + ":" + children : "null";
 }
 
@@ -78,8 +81,10 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
       quorlin::describe(tree.get()) != quorlin::reference::parse_and_describe(text)) {
     std::abort();
   }
-  if (describe_handed_over(text) != describe_root_children(tree.get())) {
-    std::abort();
+  for (const std::size_t depth : {quorlin::XML_EVERY_LEVEL, std::size_t{1} + size % 3}) {
+    if (describe_handed_over(text, depth) != describe_root_children(tree.get(), depth)) {
+      std::abort();
+    }
   }
   if (quorlin::describe(quorlin::xml_parse_buffer(std::string(text)).get()) !=
       quorlin::describe(tree.get())) {

@@ -386,7 +386,8 @@ class TreeBuilder {
 
 // Hands each child of the root to the sink as soon as it is complete, then lets it go and
 // gives its memory back, so that a long list costs the memory of one item. The root keeps its
-// name only, and every node views the text, which outlives the hand-over.
+// name only, elements deeper than the sink asks are not built, and every node views the text,
+// which outlives the hand-over.
 class SinkBuilder {
  public:
   explicit SinkBuilder(const XmlChildSink& sink) : sink_(sink) {}
@@ -399,6 +400,7 @@ class SinkBuilder {
   void leaf(std::string_view name, AttributeRange attributes,
             std::optional<std::string_view> text) {
     if (!root_) return make_root(name);
+    if (!builds_next()) return;
     XmlNode* receiver = open_.empty() ? root_.get() : open_.back();
     XmlNode& node = add(*receiver, name, attributes);
     if (text) XmlTree::set_text_view(node, *text, /*first_text=*/true);
@@ -408,16 +410,23 @@ class SinkBuilder {
     if (!root_) {
       make_root(name);
       open_.push_back(root_.get());
-      return;
+    } else if (!builds_next()) {
+      ++unbuilt_;
+    } else {
+      open_.push_back(&add(open_.empty() ? *root_ : *open_.back(), name, attributes));
     }
-    open_.push_back(&add(open_.empty() ? *root_ : *open_.back(), name, attributes));
   }
   void text(std::string_view bytes) {
-    if (!open_.empty() && open_.back() != root_.get()) {
+    if (unbuilt_ == 0 && !open_.empty() && open_.back() != root_.get()) {
       XmlTree::set_text_view(*open_.back(), bytes);
     }
   }
   void close(std::size_t index) {
+    if (index >= open_.size()) {
+      unbuilt_ = index - open_.size();
+      return;
+    }
+    unbuilt_ = 0;
     if (open_.size() > index + 1) XmlTree::drop_last_child(*open_[index]);
     XmlNode* const closed = open_[index];
     open_.resize(index);
@@ -426,6 +435,11 @@ class SinkBuilder {
     }
   }
   void abandon(std::size_t index) {
+    if (index >= open_.size()) {
+      unbuilt_ = index - open_.size();
+      return;
+    }
+    unbuilt_ = 0;
     XmlTree::drop_last_child(*open_[index - 1]);
     open_.resize(index);
   }
@@ -436,9 +450,19 @@ class SinkBuilder {
       XmlTree::drop_last_child(*root_);
     }
     open_.clear();
+    unbuilt_ = 0;
   }
 
  private:
+  // Whether the next element is built: it is a child of the root, or lies no deeper than the
+  // sink asks. Elements are not built below one that is not.
+  bool builds_next() const {
+    if (unbuilt_ > 0) return false;
+    const bool in_root = !open_.empty() && open_.front() == root_.get();
+    const std::size_t depth = in_root ? open_.size() : open_.size() + 1;
+    return depth <= std::max<std::size_t>(sink_.depth, 1);
+  }
+
   void make_root(std::string_view name) {
     root_ = xml_node_new(name);
     root_name_ = name;
@@ -462,7 +486,8 @@ class SinkBuilder {
   std::unique_ptr<XmlNode> root_;
   std::string_view root_name_;
   XmlDocument::Mark mark_{};
-  std::vector<XmlNode*> open_;  // the node of each open element, the root first
+  std::vector<XmlNode*> open_;  // the node of each open element that is built, the root first
+  std::size_t unbuilt_ = 0;     // the open elements above those, which are not built
 };
 
 }  // namespace

@@ -20,6 +20,8 @@
 #ifndef QUORLIN_XML_XML_PARSER_HPP
 #define QUORLIN_XML_XML_PARSER_HPP
 
+#include <cstddef>
+#include <limits>
 #include <memory>
 #include <optional>
 #include <string>
@@ -44,10 +46,16 @@ QUORLIN_API std::unique_ptr<XmlNode> xml_parse_buffer(std::string&& text);
 QUORLIN_API std::unique_ptr<XmlNode> xml_parse_element(XmlNode* parent, std::string_view text,
                                                        long start, long end);
 
-/// Where xml_parse_children hands each child.
+/// xml_parse_children builds each child whole.
+inline constexpr std::size_t XML_EVERY_LEVEL = std::numeric_limits<std::size_t>::max();
+
+/// Where xml_parse_children hands each child, and how deep each is built: the elements more than
+/// `depth` levels below the root (its children are at 1) are read as the grammar reads them but
+/// not made, so that a reader that looks no deeper pays nothing for a document nested deeper.
 struct XmlChildSink {
   void* context;
   void (*deliver)(void* context, const XmlNode& root, const XmlNode& child);
+  std::size_t depth = XML_EVERY_LEVEL;
 };
 
 /// Parses `text` as xml_parse does without keeping the root's children: each child is handed to
@@ -62,11 +70,14 @@ QUORLIN_API std::optional<std::string_view> xml_parse_children(std::string_view 
 
 /// The same with any callable taking (const XmlNode& root, const XmlNode& child).
 template <typename OnChild>
-std::optional<std::string_view> xml_parse_children(std::string_view text, OnChild&& on_child) {
+std::optional<std::string_view> xml_parse_children(std::string_view text, OnChild&& on_child,
+                                                   std::size_t depth = XML_EVERY_LEVEL) {
   return xml_parse_children(
-      text, XmlChildSink{&on_child, [](void* context, const XmlNode& root, const XmlNode& child) {
+      text, XmlChildSink{&on_child,
+                         [](void* context, const XmlNode& root, const XmlNode& child) {
                            (*static_cast<std::remove_reference_t<OnChild>*>(context))(root, child);
-                         }});
+                         },
+                         depth});
 }
 
 /// Splits text[start, end) into attributes at double quotes and adds them to `node`.

@@ -3,13 +3,15 @@
 #ifndef QUORLIN_XML_XML_TEST_SUPPORT_HPP
 #define QUORLIN_XML_XML_TEST_SUPPORT_HPP
 
+#include <cstdint>
 #include <string>
 
 #include "quorlin/xml/xml_node.hpp"
 
 namespace quorlin {
 
-inline std::string describe(const XmlNode* node) {
+// `levels` limits the picture to the node and its descendants down to that many levels below it.
+inline std::string describe(const XmlNode* node, std::size_t levels = SIZE_MAX) {
   if (node == nullptr) return "null";
   std::string out(xml_node_name(*node));
   if (const XmlAttributes& attributes = xml_node_attributes(*node); attributes.first != nullptr) {
@@ -20,10 +22,10 @@ inline std::string describe(const XmlNode* node) {
     }
     out += ']';
   }
-  if (const XmlChildren& children = xml_node_children(*node); children.first != nullptr) {
+  if (const XmlChildren& children = xml_node_children(*node); children.first && levels > 0) {
     out += '(';
     for (auto* child = children.first; child != nullptr; child = child->next) {
-      out += describe(&child->item) + (child->next ? "," : "");
+      out += describe(&child->item, levels - 1) + (child->next ? "," : "");
     }
     out += ')';
   }
