@@ -29,6 +29,7 @@
 #include <memory>
 #include <random>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 #include "quorlin/base/same_bytes_internal.hpp"
@@ -131,22 +132,21 @@ class OpenNames {
   // Looks up the names left unchecked, outermost first. Returns the index of the first one that
   // an element below it has (the caller closes it with those above it), or -1.
   long check() {
-    for (std::size_t at = 0; at < unchecked_count_; ++at) {
+    const std::size_t count = std::exchange(unchecked_count_, 0);
+    for (std::size_t at = 0; at < count; ++at) {
       const std::size_t index = unchecked_[at];
       if (index >= size_) break;  // closed since
       enter_table(index);
-      if (find_entered(name(index), frames_.at(index).hash) >= 0) {
-        unchecked_count_ = 0;
-        return static_cast<long>(index);
-      }
-      enter();
+      if (!enter_if_new()) return static_cast<long>(index);
     }
-    unchecked_count_ = 0;
     return -1;
   }
 
   // The index of the open element named `name`, or -1; check() has found every name unique.
-  long find(std::string_view name) { return counts_[quick_key(name)] == 0 ? -1 : look_up(name); }
+  long find(std::string_view name) { return may_be_open(name) ? look_up(name) : -1; }
+
+  // False when no open element is named `name`; true when one may be.
+  bool may_be_open(std::string_view name) const { return counts_[quick_key(name)] != 0; }
 
   // Closes the innermost open element. Its slot, when it has one, is emptied later, with those
   // of the elements closed after it, before an element opens in its place: a document that
@@ -175,7 +175,7 @@ class OpenNames {
       if (!xml_scan::closing_start_at(text, lt)) continue;
       const std::string_view name =
           text.substr(static_cast<std::size_t>(lt + 2), static_cast<std::size_t>(gt - lt - 2));
-      if (counts_[quick_key(name)] == 0) continue;
+      if (!may_be_open(name)) continue;
       enter_table(size_);
       std::uint64_t hash;
       if (name.size() <= NameHash::kShort) {
@@ -277,9 +277,27 @@ class OpenNames {
 
   // Enters the first frame not in the table, whose hash it holds.
   void enter() {
-    if (2 * (entered_ + 1) > slots_.size()) grow();
+    if (2 * (entered_ + 1) > mask_ + 1) grow();
     insert(entered_, frames_.at(entered_).hash);
     ++entered_;
+  }
+
+  // The same for a frame whose name may be in the table: false, with nothing entered, when it
+  // is. One probe both looks for the name and finds the slot for it.
+  bool enter_if_new() {
+    if (2 * (entered_ + 1) > mask_ + 1) grow();
+    const Frame& frame = frames_.at(entered_);
+    const std::string_view entering{frame.name, frame.size};
+    std::size_t slot = frame.hash & mask_;
+    for (; slots_[slot].frame_after != 0; slot = (slot + 1) & mask_) {
+      const Slot& entry = slots_[slot];
+      if (entry.hash == frame.hash && xml_scan::same_name(name(entry.frame_after - 1), entering)) {
+        return false;
+      }
+    }
+    slots_[slot] = Slot{frame.hash, static_cast<std::uint32_t>(entered_ + 1)};
+    ++entered_;
+    return true;
   }
 
   // Empties the slots of the closed elements still in the table. In stack order or not, this
@@ -302,9 +320,9 @@ class OpenNames {
   // Each slot is fetched a few frames before it is filled, so that the misses of a table
   // larger than the caches overlap.
   void grow() {
-    const std::size_t size = 2 * slots_.size();
-    std::vector<Slot>().swap(slots_);  // the old table goes before the new one is made
-    slots_.resize(size);
+    const std::size_t size = 2 * (mask_ + 1);
+    slots_.reset();  // the old table goes before the new one is made
+    slots_ = std::make_unique<Slot[]>(size);
     mask_ = size - 1;
     constexpr std::size_t kAhead = 16;
     for (std::size_t index = 0; index < entered_; ++index) {
@@ -322,8 +340,8 @@ class OpenNames {
   std::size_t entered_ = 0;
   std::array<std::size_t, kMostUnchecked> unchecked_;  // the unchecked frames, outermost first
   std::size_t unchecked_count_ = 0;
-  std::array<std::uint32_t, kQuickKeys> counts_{};  // open names by quick key
-  std::vector<Slot> slots_ = std::vector<Slot>(64);
+  std::array<std::uint32_t, kQuickKeys> counts_{};                // open names by quick key
+  std::unique_ptr<Slot[]> slots_ = std::make_unique<Slot[]>(64);  // zeroed: every slot free
   std::size_t mask_ = 63;
 };
 

@@ -105,25 +105,34 @@ class ParseLoop {
 
   bool read_tag(long lt) {
     Tag tag;
-    if (!xml_scan::scan_tag(text_, lt, end_, tag)) return reopened() ? go_on_ : stop(lt);
-    // A closing tag that begins inside this tag ends the range before this tag does.
-    if (xml_scan::holds_lt(tag)) {
-      if (reopened()) return go_on_;
-      if (close_group(lt + 1, tag.gt)) return true;
+    const bool ends = xml_scan::scan_tag(text_, lt, end_, tag);
+    if (!ends || xml_scan::holds_lt(tag)) [[unlikely]]
+      return read_unusual_tag(lt, tag, ends);
+    return read_plain_tag(lt, tag);
+  }
+
+  // A tag that does not end in the range, or that holds a "<": a closing tag that begins inside
+  // it ends the range before it does, and its own closing tag may end it.
+  [[gnu::noinline]] bool read_unusual_tag(long lt, const Tag& tag, bool ends) {
+    if (reopened()) return go_on_;
+    if (!ends) return stop(lt);
+    if (close_group(lt + 1, tag.gt)) return true;
+    const std::string_view name = xml_scan::tag_name(text_, tag);
+    const long own_closing = tag.gt - static_cast<long>(name.size()) - 2;
+    if (!xml_scan::self_closing(text_, tag) && own_closing > lt &&
+        xml_scan::closing_tag_at(text_, own_closing, name)) {
+      builder_.leaf(name, attributes(tag, tag.gt), std::nullopt);
+      position_ = tag.gt + 1;
+      return true;
     }
+    return read_plain_tag(lt, tag);
+  }
+
+  [[gnu::always_inline]] bool read_plain_tag(long lt, const Tag& tag) {
     const std::string_view name = xml_scan::tag_name(text_, tag);
     if (xml_scan::self_closing(text_, tag)) {
       if (read_unchecked()) return go_on_;
       builder_.leaf(name, attributes(tag, tag.gt - 1), std::nullopt);
-      position_ = tag.gt + 1;
-      return true;
-    }
-    // The element's own closing tag may end its opening tag, at its ">": no content.
-    const long own_closing = tag.gt - static_cast<long>(name.size()) - 2;
-    if (xml_scan::holds_lt(tag) && own_closing > lt &&
-        xml_scan::closing_tag_at(text_, own_closing, name)) {
-      if (read_unchecked()) return go_on_;
-      builder_.leaf(name, attributes(tag, tag.gt), std::nullopt);
       position_ = tag.gt + 1;
       return true;
     }
@@ -216,7 +225,11 @@ class ParseLoop {
       if (closing < 0) break;
       const long gt = xml_scan::find_byte(text_, '>', closing + 2, length());
       if (gt < 0) break;
-      if (close_group(closing, gt)) return true;
+      // Mostly one "</" ends at the ">", and the count of open names rules its name out.
+      const bool alone = xml_scan::find_byte(text_, '<', closing + 2, gt) < 0;
+      if ((!alone || open_.may_be_open(piece(closing + 2, gt))) && close_group(closing, gt)) {
+        return true;
+      }
       from = gt + 1;
     }
     return end_of_text();
