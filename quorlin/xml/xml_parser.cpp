@@ -235,9 +235,12 @@ class ParseLoop {
     return end_of_text();
   }
 
+  // The parse is over; the elements still open are dropped. The open names go first: they view
+  // the text, which may go with the root.
   [[gnu::noinline]] bool end_of_text() {
-    if (open_.size() > 0) builder_.drop_open();
+    if (open_.size() == 0) return false;
     while (open_.size() > 0) open_.pop();
+    builder_.drop_open();
     return false;
   }
 
@@ -290,34 +293,30 @@ void add_attributes(XmlNode& node, std::string_view bytes) {
       });
 }
 
-// Builds the whole tree. The tree views the text: xml_parse_buffer's, which it keeps, or a copy
-// of the range parsed, as pugixml parses a copy of its buffer, so that no name, text or
-// attribute is copied on its own. The copy is made in the tree's storage with the first element
-// and filled as the parse reaches the bytes, while they are still in the cache. Elements go to
-// the caller's parent, when there is one, through the public operations, since other code may
-// reach it.
+// Builds the whole tree, whose nodes view the text they were parsed from: a copy of the caller's
+// text made in the tree's storage (as pugixml parses a copy of its buffer), or the text given to
+// xml_parse_buffer, which the tree keeps, so that no name, text or attribute is copied on its
+// own. Elements go to the caller's parent, when there is one, through the public operations,
+// since other code may reach it.
 class TreeBuilder {
  public:
-  // The tree holds bytes of `range`, which it keeps as it is when `kept`, and copies otherwise.
-  TreeBuilder(XmlNode* parent, std::string_view range, bool kept)
-      : parent_(parent),
-        range_(range),
-        held_(kept ? range.data() : nullptr),
-        copied_(kept ? range.size() : 0) {}
+  // With no parent, the root is made in `document`, which holds the text, and takes it then.
+  TreeBuilder(XmlNode* parent, std::unique_ptr<XmlDocument> document)
+      : parent_(parent), document_(std::move(document)) {}
 
   std::unique_ptr<XmlNode> take_root() { return std::move(root_); }
 
   void leaf(std::string_view name, AttributeRange attributes,
             std::optional<std::string_view> text) {
     XmlNode& node = add(name, attributes);
-    if (text) XmlTree::set_text_view(node, held(*text), /*first_text=*/true);
+    if (text) XmlTree::set_text_view(node, *text, /*first_text=*/true);
   }
   void open(std::string_view name, AttributeRange attributes) {
     open_.push_back(&add(name, attributes));
   }
   void text(std::string_view bytes) {
     if (!open_.empty()) {
-      XmlTree::set_text_view(*open_.back(), held(bytes));
+      XmlTree::set_text_view(*open_.back(), bytes);
     } else if (parent_ != nullptr) {
       xml_node_set_text(*parent_, bytes);
     }
@@ -341,58 +340,31 @@ class TreeBuilder {
 
  private:
   XmlNode& add(std::string_view name, AttributeRange attributes) {
-    if (open_.empty() && (parent_ != nullptr || root_ == nullptr))
+    if (open_.empty() && (parent_ != nullptr || root_ == nullptr)) {
       return add_on_top(name, attributes);
-    XmlNode& node =
-        XmlTree::add_element_unshared(open_.empty() ? *root_ : *open_.back(), held(name));
-    if (attributes.present) add_attributes(node, held(attributes.bytes));
+    }
+    XmlNode& node = XmlTree::add_element_unshared(open_.empty() ? *root_ : *open_.back(), name);
+    if (attributes.present) add_attributes(node, attributes.bytes);
     return node;
   }
 
-  // The root, or an element of the caller's parent, whose document takes the copy.
+  // The root, or an element of the caller's parent.
   [[gnu::noinline]] XmlNode& add_on_top(std::string_view name, AttributeRange attributes) {
-    XmlNode* node;
     if (parent_ != nullptr) {
-      node = &xml_add_element(*parent_, name);
+      XmlNode& node = xml_add_element(*parent_, name);
       if (attributes.present) {
-        xml_parse_attributes(*node, attributes.bytes, 0,
-                             static_cast<long>(attributes.bytes.size()));
+        xml_parse_attributes(node, attributes.bytes, 0, static_cast<long>(attributes.bytes.size()));
       }
-    } else {
-      root_ = xml_node_new(name);
-      node = root_.get();
+      return node;
     }
-    if (held_ == nullptr) {
-      copy_ = static_cast<char*>(
-          XmlTree::document(*node).allocate((range_.size() + kWord - 1) / kWord * kWord));
-      held_ = copy_;
-    }
-    if (parent_ == nullptr && attributes.present) add_attributes(*node, held(attributes.bytes));
-    return *node;
+    root_.reset(&XmlTree::new_element(*document_, name)->item);
+    document_.release();  // the root owns its document from here on
+    if (attributes.present) add_attributes(*root_, attributes.bytes);
+    return *root_;
   }
-
-  // The tree's own bytes for bytes of the range.
-  std::string_view held(std::string_view bytes) {
-    const auto offset = static_cast<std::size_t>(bytes.data() - range_.data());
-    if (offset + bytes.size() > copied_) copy_up_to(offset + bytes.size());
-    return {held_ + offset, bytes.size()};
-  }
-
-  // Copies the range up to `end` at least, a step ahead.
-  [[gnu::noinline]] void copy_up_to(std::size_t end) {
-    constexpr std::size_t kStep = 32 * 1024;
-    const std::size_t to = std::min(range_.size(), std::max(end, copied_ + kStep));
-    std::memcpy(copy_ + copied_, range_.data() + copied_, to - copied_);
-    copied_ = to;
-  }
-
-  static constexpr std::size_t kWord = XmlDocument::kWord;
 
   XmlNode* parent_;
-  std::string_view range_;
-  const char* held_;      // the range as the tree holds it; null before it is copied
-  char* copy_ = nullptr;  // the copy, when the tree does not keep the text
-  std::size_t copied_;    // how much of the range held_ holds
+  std::unique_ptr<XmlDocument> document_;  // until the root takes it
   std::unique_ptr<XmlNode> root_;
   std::vector<XmlNode*> open_;  // the node of each open element
 };
@@ -511,25 +483,33 @@ std::unique_ptr<XmlNode> xml_parse(std::string_view text) {
 }
 
 std::unique_ptr<XmlNode> xml_parse_buffer(std::string&& text) {
-  // On the heap, so that its bytes stay where they are when the tree takes it.
+  auto document = std::make_unique<XmlDocument>();
+  // On the heap, so that its bytes stay where they are when the document takes it.
   auto kept = std::make_unique<std::string>(std::move(text));
   const std::string_view parsed = c_text(*kept);
+  document->keep(std::move(kept));
   if (parsed.empty()) return nullptr;
-  TreeBuilder builder(nullptr, parsed, /*kept=*/true);
+  TreeBuilder builder(nullptr, std::move(document));
   ParseLoop(parsed, 0, static_cast<long>(parsed.size()), builder).run();
-  std::unique_ptr<XmlNode> root = builder.take_root();
-  if (root) XmlTree::document(*root).keep(std::move(kept));
-  return root;
+  return builder.take_root();
 }
 
 std::unique_ptr<XmlNode> xml_parse_element(XmlNode* parent, std::string_view text, long start,
                                            long end) {
-  text = c_text(text);
   start = std::max(start, 0L);
-  end = std::min(end, static_cast<long>(text.size()));
+  if (start >= std::min(end, static_cast<long>(text.size()))) return nullptr;
+  // The text up to its first NUL is copied where the tree's nodes are made, in the same pass
+  // that finds the NUL; closing tags may run past `end`, not past the NUL.
+  std::unique_ptr<XmlDocument> document;
+  XmlDocument& storage = parent != nullptr ? XmlTree::document(*parent)
+                                           : *(document = std::make_unique<XmlDocument>());
+  constexpr std::size_t kWord = XmlDocument::kWord;
+  auto* copy = static_cast<char*>(storage.allocate((text.size() + kWord - 1) / kWord * kWord));
+  const std::string_view parsed(copy, xml_scan::copy_before_nul(copy, text));
+  end = std::min(end, static_cast<long>(parsed.size()));
   if (start >= end) return nullptr;
-  TreeBuilder builder(parent, text.substr(start, end - start), /*kept=*/false);
-  ParseLoop(text, start, end, builder).run();
+  TreeBuilder builder(parent, std::move(document));
+  ParseLoop(parsed, start, end, builder).run();
   return builder.take_root();
 }
 
