@@ -153,11 +153,10 @@ TEST(OpenNames, AClosingTagClosesTheOpenElementOfItsName) {
   // A name opened above an open element of its own name is found out by the check; the table
   // grows past its first 64 slots, and a name closed and opened again is found in its new place.
   xml_open::OpenNames open;
-  std::vector<std::string> names;
-  for (int i = 0; i < 100; ++i) names.push_back("n" + std::to_string(i));
-  for (const std::string& name : names) {
-    open.push(name, false);
-    ASSERT_EQ(open.check(), -1) << name;
+  std::vector<std::string> names(100);
+  for (int i = 0; i < 100; ++i) {
+    open.push(names[i] = "n" + std::to_string(i), false);
+    ASSERT_EQ(open.check(), -1) << i;
   }
   open.push("n57", false);
   EXPECT_EQ(open.check(), 100);
