@@ -251,7 +251,7 @@ class ParseLoop {
     // The common case of no text at all costs no search.
     if (from < end_ && text_[static_cast<std::size_t>(from)] == '<') return from;
     searched_from_ = from;
-    found_lt_ = xml_scan::find_byte(text_, '<', from, end_);
+    found_lt_ = xml_scan::find_lt(text_, from, end_);
     return found_lt_;
   }
 
