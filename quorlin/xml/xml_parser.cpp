@@ -15,7 +15,7 @@
 // on into the content and closes the element when its closing tag turns up. That is exact
 // because every "</" after an element opens is looked at in order: at the position where a range
 // is read, inside a tag, and in the part of a range that could not be read (where only closing
-// tags are looked for). An element that cannot be closed is not opened: no "</" follows its tag,
+// tags are looked for). An element that cannot be closed is not kept: no "</" follows its tag,
 // or an open element has its name (the first "</name>" would close that one). When a closing
 // tag closes an element that is not the innermost, the elements above it had no closing tag in
 // its content, and its child that holds them is dropped, as the recursion drops an element
@@ -24,15 +24,11 @@
 #include "quorlin/xml/xml_parser.hpp"
 
 #include <algorithm>
-#include <array>
-#include <cstdint>
-#include <cstring>
-#include <limits>
+#include <cstddef>
 #include <memory>
 #include <optional>
 #include <vector>
 
-#include "quorlin/base/same_bytes_internal.hpp"
 #include "quorlin/base/strings.hpp"
 #include "quorlin/xml/xml_open_names_internal.hpp"
 #include "quorlin/xml/xml_tag_scanner_internal.hpp"
@@ -244,8 +240,8 @@ class ParseLoop {
     return false;
   }
 
-  // The first "<" in text[from, end_), or -1. A tag's content is searched once: for its closing
-  // tag, and again, when that was not it, for the end of its text.
+  // The first "<" in text[from, end_), or -1. The search after an opening tag, for a closing tag
+  // that would make a text element, is not repeated when its text is read as a segment.
   long next_lt(long from) {
     if (from == searched_from_) return found_lt_;
     // The common case of no text at all costs no search.
