@@ -308,7 +308,8 @@ class TreeBuilder {
     if (text) XmlTree::set_text_view(node, *text, /*first_text=*/true);
   }
   void open(std::string_view name, AttributeRange attributes) {
-    open_.push_back(&add(name, attributes));
+    receiver_ = &add(name, attributes);
+    open_.push_back(receiver_);
   }
   void text(std::string_view bytes) {
     if (!open_.empty()) {
@@ -320,10 +321,12 @@ class TreeBuilder {
   void close(std::size_t index) {
     if (open_.size() > index + 1) XmlTree::drop_last_child(*open_[index]);
     open_.resize(index);
+    receive_on_top();
   }
   void abandon(std::size_t index) {
     XmlTree::drop_last_child(*open_[index - 1]);
     open_.resize(index);
+    receive_on_top();
   }
   void drop_open() {
     if (open_.front() == root_.get()) {
@@ -332,16 +335,21 @@ class TreeBuilder {
       XmlTree::drop_last_child(parent_ != nullptr ? *parent_ : *root_);
     }
     open_.clear();
+    receiver_ = nullptr;
   }
 
  private:
   XmlNode& add(std::string_view name, AttributeRange attributes) {
-    if (open_.empty() && (parent_ != nullptr || root_ == nullptr)) {
-      return add_on_top(name, attributes);
-    }
-    XmlNode& node = XmlTree::add_element_unshared(open_.empty() ? *root_ : *open_.back(), name);
+    if (receiver_ == nullptr) return add_on_top(name, attributes);
+    XmlNode& node = XmlTree::add_element_unshared(*receiver_, name);
     if (attributes.present) add_attributes(node, attributes.bytes);
     return node;
+  }
+
+  // Elements go to the innermost open element, else to the root; to the caller's parent, or to
+  // make the root, through add_on_top.
+  void receive_on_top() {
+    receiver_ = !open_.empty() ? open_.back() : parent_ != nullptr ? nullptr : root_.get();
   }
 
   // The root, or an element of the caller's parent.
@@ -355,6 +363,7 @@ class TreeBuilder {
     }
     root_.reset(&XmlTree::new_element(*document_, name)->item);
     document_.release();  // the root owns its document from here on
+    receiver_ = root_.get();
     if (attributes.present) add_attributes(*root_, attributes.bytes);
     return *root_;
   }
@@ -362,7 +371,8 @@ class TreeBuilder {
   XmlNode* parent_;
   std::unique_ptr<XmlDocument> document_;  // until the root takes it
   std::unique_ptr<XmlNode> root_;
-  std::vector<XmlNode*> open_;  // the node of each open element
+  std::vector<XmlNode*> open_;   // the node of each open element
+  XmlNode* receiver_ = nullptr;  // where add puts an element; null for add_on_top
 };
 
 // Hands each child of the root to the sink as soon as it is complete, then lets it go and
