@@ -109,7 +109,7 @@ class ParseLoop {
 
   // A tag that does not end in the range, or that holds a "<": a closing tag that begins inside
   // it ends the range before it does, and its own closing tag may end it.
-  [[gnu::noinline]] bool read_unusual_tag(long lt, const Tag& tag, bool ends) {
+  [[gnu::noinline]] bool read_unusual_tag(long lt, Tag tag, bool ends) {
     if (reopened()) return go_on_;
     if (!ends) return stop(lt);
     if (close_group(lt + 1, tag.gt)) return true;
