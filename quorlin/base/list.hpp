@@ -86,8 +86,9 @@ class ListIterator {
 };
 
 /// Memory for a List node of `size` bytes, from the library's pool (operator new above 1 KiB);
-/// throws std::bad_alloc. Freed with list_node_free and the same size, from any thread.
+/// throws std::bad_alloc.
 QUORLIN_API void* list_node_allocate(std::size_t size);
+/// Gives back a node from list_node_allocate of the same size; from any thread.
 QUORLIN_API void list_node_free(void* memory, std::size_t size) noexcept;
 
 /// Node storage: where a List's nodes live, and the kind of lock that goes with them. The
@@ -95,6 +96,7 @@ QUORLIN_API void list_node_free(void* memory, std::size_t size) noexcept;
 struct PoolNodes {
   using Lock = RecursiveLock;
 
+  /// Memory for one Node.
   template <typename Node>
   void* allocate() {
     return list_node_allocate(sizeof(Node));

@@ -51,6 +51,7 @@ inline constexpr std::array<std::string_view, 7> REQUEST_FIELD_NAMES = {
     "p2pnet_type",    "p2pnet_conn_type", "p2pnet_share_type",
 };
 
+/// The name of `field` on the wire.
 constexpr std::string_view request_field_name(RequestField field) {
   return REQUEST_FIELD_NAMES[static_cast<std::size_t>(field)];
 }

@@ -100,40 +100,54 @@ QUORLIN_API int set_shares(long network, int share_type, const ShareList& shares
 /// Sets the connection type for `type` (code 15); the retval.
 QUORLIN_API int set_connection_type(int type, int connection_type);
 
-/// @name The operations at given options
-/// Each does what the operation of the same name above does, with the service at
-/// options.host:options.port and options.timeout_ms for the connect and each reply line.
-///@{
+// The operations at given options: each does what the operation of the same name above does,
+// with the service at options.host:options.port and options.timeout_ms for the connect and each
+// reply line.
+/// get_service_state with the service where `options` say.
 QUORLIN_API std::unique_ptr<ServiceState> get_service_state(const ServiceOptions& options,
                                                             int type);
+/// set_service_type with the service where `options` say.
 QUORLIN_API int set_service_type(const ServiceOptions& options, int type);
+/// get_networks with the service where `options` say.
 QUORLIN_API std::unique_ptr<PeerNetworkList> get_networks(const ServiceOptions& options, int type);
+/// get_networks_each with the service where `options` say.
 QUORLIN_API bool get_networks_each(
     const ServiceOptions& options, int type,
     const std::function<void(std::unique_ptr<PeerNetwork> network)>& each);
+/// add_network with the service where `options` say.
 QUORLIN_API std::unique_ptr<PeerNetwork> add_network(const ServiceOptions& options,
                                                      OptionalText name, const TextList& members,
                                                      int type, int connection_type);
+/// invite_member with the service where `options` say.
 QUORLIN_API std::unique_ptr<PeerMember> invite_member(const ServiceOptions& options, long network,
                                                       std::string_view email);
+/// drop_network with the service where `options` say.
 QUORLIN_API int drop_network(const ServiceOptions& options, long network);
+/// get_connection_info with the service where `options` say.
 QUORLIN_API int get_connection_info(const ServiceOptions& options, long network,
                                     std::string_view peer, PeerConnectionInfo& info);
+/// post_network_peer with the service where `options` say.
 QUORLIN_API int post_network_peer(const ServiceOptions& options, long network,
                                   std::string_view peer);
+/// get_local_ip with the service where `options` say.
 QUORLIN_API int get_local_ip(const ServiceOptions& options, std::span<char> buffer);
+/// get_peer_ip with the service where `options` say.
 QUORLIN_API int get_peer_ip(const ServiceOptions& options, long network, std::string_view peer,
                             std::span<char> buffer);
+/// send_chat_message with the service where `options` say.
 QUORLIN_API int send_chat_message(const ServiceOptions& options, long network,
                                   std::string_view peer, std::string_view message);
+/// receive_chat_message with the service where `options` say.
 QUORLIN_API int receive_chat_message(const ServiceOptions& options, long network,
                                      std::string_view peer, std::span<char> buffer);
+/// get_notifications with the service where `options` say.
 QUORLIN_API std::unique_ptr<NotificationList> get_notifications(const ServiceOptions& options,
                                                                 int type);
+/// set_shares with the service where `options` say.
 QUORLIN_API int set_shares(const ServiceOptions& options, long network, int share_type,
                            const ShareList& shares);
+/// set_connection_type with the service where `options` say.
 QUORLIN_API int set_connection_type(const ServiceOptions& options, int type, int connection_type);
-///@}
 
 }  // namespace quorlin
 

@@ -18,11 +18,17 @@ namespace quorlin {
 class QUORLIN_API RecordVisitor {
  public:
   virtual ~RecordVisitor();
+  /// A number field.
   virtual void number(std::string_view name, long value) = 0;
+  /// A text field; std::nullopt when absent.
   virtual void text(std::string_view name, OptionalText value) = 0;
+  /// A list field: its items follow, up to end_list.
   virtual void begin_list(std::string_view name) = 0;
+  /// The end of the innermost list.
   virtual void end_list() = 0;
+  /// A record, named by its element: its fields follow, up to end_record.
   virtual void begin_record(std::string_view name) = 0;
+  /// The end of the innermost record.
   virtual void end_record() = 0;
 };
 

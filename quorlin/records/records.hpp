@@ -42,7 +42,7 @@ using TextList = List<Text>;  ///< a null item is a text that was absent
 
 struct Accessor {
   QUORLIN_API static void* operator new(std::size_t size);  ///< from the library's pool
-  QUORLIN_API static void operator delete(void* memory);
+  QUORLIN_API static void operator delete(void* memory);    ///< back to the pool
 
   Text name;
   int type = 0;  ///< 0: allowed
@@ -51,14 +51,14 @@ using AccessorList = List<std::unique_ptr<Accessor>>;
 
 struct AccessList {
   QUORLIN_API static void* operator new(std::size_t size);  ///< from the library's pool
-  QUORLIN_API static void operator delete(void* memory);
+  QUORLIN_API static void operator delete(void* memory);    ///< back to the pool
 
   AccessorList accessors;
 };
 
 struct Share {
   QUORLIN_API static void* operator new(std::size_t size);  ///< from the library's pool
-  QUORLIN_API static void operator delete(void* memory);
+  QUORLIN_API static void operator delete(void* memory);    ///< back to the pool
 
   Text name;
   int type = 0;
@@ -71,7 +71,7 @@ struct PeerNetwork;
 
 struct PeerMember {
   QUORLIN_API static void* operator new(std::size_t size);  ///< from the library's pool
-  QUORLIN_API static void operator delete(void* memory);
+  QUORLIN_API static void operator delete(void* memory);    ///< back to the pool
 
   PeerNetwork* network = nullptr;  ///< the owner, not owned
   Text peer;
@@ -89,7 +89,7 @@ using PeerMemberList = List<std::unique_ptr<PeerMember>>;
 
 struct PeerNetwork {
   QUORLIN_API static void* operator new(std::size_t size);  ///< from the library's pool
-  QUORLIN_API static void operator delete(void* memory);
+  QUORLIN_API static void operator delete(void* memory);    ///< back to the pool
 
   long id = 0;
   int type = 0;
