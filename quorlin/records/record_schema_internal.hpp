@@ -13,6 +13,7 @@
 #ifndef QUORLIN_RECORDS_RECORD_SCHEMA_INTERNAL_HPP
 #define QUORLIN_RECORDS_RECORD_SCHEMA_INTERNAL_HPP
 
+#include <algorithm>
 #include <charconv>
 #include <memory>
 #include <optional>
@@ -82,6 +83,7 @@ struct Field {
   Read read = nullptr;         // null: the child is skipped
   Write write = nullptr;       // null: the field is never written
   std::string_view item = {};  // a text list's item element
+  std::size_t levels = 1;      // levels of elements the row reads, its own element the first
 };
 
 // A record kind. Owner is what a record of the kind points up to (a member's network), given
@@ -102,6 +104,15 @@ struct Schema {
   std::string_view (*element_of)(const Record& record) = nullptr;
   bool (*written)(const Record& record) = nullptr;  // null writes every record
 };
+
+// Levels of elements a record of the kind is read from, its own element the first.
+template <typename Record, typename Owner>
+constexpr std::size_t levels_of(const Schema<Record, Owner>& schema) {
+  std::size_t deepest_field = 0;
+  for (const Field<Record>& field : schema.fields)
+    deepest_field = std::max(deepest_field, field.levels);
+  return 1 + deepest_field;
+}
 
 // A record made by `make` from nothing but itself.
 template <auto make>
@@ -203,11 +214,17 @@ void read_document_child(const XmlNode& root, const XmlNode& child, Each& each) 
 // Reads the records of the document `text` one by one, as the parser completes them, so that a
 // long List never exists as a tree. Returns whether the document gives a List (see Root); the
 // records handed over belong to no List when it does not.
+// Elements deeper than the items' tables read are parsed but not built: a reply nested deeper
+// costs no tree.
 template <const auto& document, typename Each>
 bool read_document(std::string_view text, Each each) {
-  const auto root = xml_parse_children(text, [&](const XmlNode& parsed, const XmlNode& child) {
-    read_document_child<document>(parsed, child, each);
-  });
+  constexpr std::size_t kItemLevels = levels_of(document.item);
+  const auto root = xml_parse_children(
+      text,
+      [&](const XmlNode& parsed, const XmlNode& child) {
+        read_document_child<document>(parsed, child, each);
+      },
+      kItemLevels);
   if (!root) return false;
   return document.rule != Root::kRequired || *root == document.root;
 }
@@ -355,7 +372,9 @@ constexpr Field<RecordOf<Member>> record_list(std::string_view element) {
           },
           [](const Field<Record>& field, const Record& record, RecordOut& out) {
             write_records(item, list_of(record.*Member), field.element, out);
-          }};
+          },
+          {},
+          1 + levels_of(item)};
 }
 
 // Writes a List of texts as an element named `name` holding one `item` element per text; a
@@ -376,7 +395,7 @@ constexpr Field<RecordOf<Member>> text_list(std::string_view element, std::strin
           [](const Field<Record>& field, const Record& record, RecordOut& out) {
             write_texts(text_list_of(record.*Member), field.element, field.item, out);
           },
-          item};
+          item, 2};
 }
 
 template <typename Record>
