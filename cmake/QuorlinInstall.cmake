@@ -1,5 +1,5 @@
 # Installation: the tool, both libraries, the exported CMake package and the pkg-config file.
-# The Debian packages (debian/) split what is installed here into libquorlin2, libquorlin-dev and
+# The Debian packages (debian/) split what is installed here into libquorlin3, libquorlin-dev and
 # quorlinadmin.
 include(CMakePackageConfigHelpers)
 

@@ -1,4 +1,4 @@
-# The static library (quorlin, exported as quorlin::quorlin_static) and libquorlin.so.2
+# The static library (quorlin, exported as quorlin::quorlin_static) and libquorlin.so.3
 # (quorlin_shared, exported as quorlin::quorlin), both made of quorlin_objects.
 function(quorlin_library target type)
   add_library(${target} ${type} $<TARGET_OBJECTS:quorlin_objects>)
@@ -13,10 +13,10 @@ add_library(quorlin::quorlin_static ALIAS quorlin)
 
 # The SONAME carries the ABI version; it changes only when the ABI baseline in abi/ is replaced
 # by an incompatible one.
-set(QUORLIN_ABI_VERSION 2)
+set(QUORLIN_ABI_VERSION 3)
 quorlin_library(quorlin_shared SHARED)
 add_library(quorlin::quorlin ALIAS quorlin_shared)
-# The file is named after the ABI version too (libquorlin.so.2.3.0 for release 0.3.0 of ABI 2), so
+# The file is named after the ABI version too (libquorlin.so.3.4.0 for release 0.4.0 of ABI 3), so
 # that the library package's files all begin with the SONAME.
 set_target_properties(
   quorlin_shared

@@ -33,13 +33,11 @@ bool representable(const XmlNode& root) {
     const XmlNode& node = *pending.back();
     pending.pop_back();
     if (quorlin::xml_node_name(node).ends_with('/')) return false;
-    for (auto* entry = quorlin::xml_node_attributes(node).first; entry; entry = entry->next) {
-      if (entry->item.name.find('"') != std::string_view::npos) return false;
-      if (entry->item.value.find('"') != std::string_view::npos) return false;
+    for (const quorlin::XmlAttribute& attribute : quorlin::xml_node_attributes(node)) {
+      if (attribute.name.find('"') != std::string_view::npos) return false;
+      if (attribute.value.find('"') != std::string_view::npos) return false;
     }
-    for (auto* child = quorlin::xml_node_children(node).first; child; child = child->next) {
-      pending.push_back(&child->item);
-    }
+    for (const XmlNode& child : quorlin::xml_node_children(node)) pending.push_back(&child);
     std::string written;
     quorlin::xml_write_node(node, written);
     const std::string closing = "</" + std::string(quorlin::xml_node_name(node)) + ">";
@@ -54,9 +52,8 @@ bool representable(const XmlNode& root) {
 std::string describe_root_children(const quorlin::XmlNode* root, std::size_t depth) {
   if (root == nullptr) return "null";
   std::string out = std::string(quorlin::xml_node_name(*root)) + ":";
-  for (auto* child = quorlin::xml_node_children(*root).first; child != nullptr;
-       child = child->next) {
-    out += quorlin::describe(&child->item, depth - 1) + ",";
+  for (const XmlNode& child : quorlin::xml_node_children(*root)) {
+    out += quorlin::describe(&child, depth - 1) + ",";
   }
   return out;
 }

@@ -27,7 +27,7 @@
 #include "quorlin/records/record_visit.hpp"
 #include "quorlin/records/record_writer.hpp"
 #include "quorlin/records/records.hpp"
-#include "quorlin/xml/xml_node.hpp"
+#include "quorlin/xml/xml_element_internal.hpp"
 #include "quorlin/xml/xml_parser.hpp"
 #include "quorlin/xml/xml_writer_internal.hpp"
 
@@ -151,7 +151,7 @@ using RecordsOf = List<std::unique_ptr<typename KindOf<kind>::Record>>;
 template <typename Record>
 std::size_t read_child(std::span<const Field<Record>> fields, const XmlNode& child, Record& record,
                        std::size_t from) {
-  const std::string_view name = xml_node_name(child);
+  const std::string_view name = xml_element_name(child);
   const std::size_t rows = fields.size();
   for (std::size_t step = 0, row = from; step < rows; ++step, ++row) {
     if (row == rows) row = 0;
@@ -168,12 +168,12 @@ std::size_t read_child(std::span<const Field<Record>> fields, const XmlNode& chi
 template <const auto& schema>
 auto read_record(const XmlNode& element, typename KindOf<schema>::Owner* owner = nullptr) {
   using Record = typename KindOf<schema>::Record;
-  if (!schema.any_element && !same_bytes(xml_node_name(element), schema.element)) {
+  if (!schema.any_element && !same_bytes(xml_element_name(element), schema.element)) {
     return std::unique_ptr<Record>();
   }
   std::unique_ptr<Record> record = schema.make(element, owner);
   std::size_t next_row = 0;
-  for (const XmlNode& child : xml_node_children(element)) {
+  for (const XmlNode& child : xml_element_children(element)) {
     next_row = read_child(schema.fields, child, *record, next_row);
   }
   if constexpr (schema.finish != nullptr) return schema.finish(std::move(record));
@@ -198,7 +198,7 @@ void read_item(const XmlNode& element, typename KindOf<item>::Owner* owner, Reco
 template <const auto& item, bool locked>
 void read_items(const XmlNode& element, typename KindOf<item>::Owner* owner,
                 RecordsOf<item>& list) {
-  for (const XmlNode& child : xml_node_children(element)) {
+  for (const XmlNode& child : xml_element_children(element)) {
     read_item<item, locked>(child, owner, list);
   }
 }
@@ -206,7 +206,7 @@ void read_items(const XmlNode& element, typename KindOf<item>::Owner* owner,
 // Hands `each` the record read from one child of a document's root, if the root holds records.
 template <const auto& document, typename Each>
 void read_document_child(const XmlNode& root, const XmlNode& child, Each& each) {
-  if (document.rule != Root::kAny && !same_bytes(xml_node_name(root), document.root)) return;
+  if (document.rule != Root::kAny && !same_bytes(xml_element_name(root), document.root)) return;
   auto record = read_record<document.item>(child);
   if (record || document.null_items) each(std::move(record));
 }
@@ -243,10 +243,10 @@ std::unique_ptr<RecordsOf<document>> parse_document(std::string_view text) {
 // The List under `root`, a parsed document's root, or null where the document gives none.
 template <const auto& document>
 std::unique_ptr<RecordsOf<document>> document_from_xml(const XmlNode& root) {
-  if (document.rule == Root::kRequired && xml_node_name(root) != document.root) return nullptr;
+  if (document.rule == Root::kRequired && xml_element_name(root) != document.root) return nullptr;
   auto list = std::make_unique<RecordsOf<document>>();
   auto append = [&](auto record) { list_append(*list, std::move(record)); };
-  for (const XmlNode& child : xml_node_children(root)) {
+  for (const XmlNode& child : xml_element_children(root)) {
     read_document_child<document>(root, child, append);
   }
   return list;
@@ -297,7 +297,7 @@ constexpr Field<RecordOf<Member>> text(std::string_view element) {
           [](const Field<Record>&, const XmlNode& child, Record& record) {
             // Built in place: a temporary Text would copy the bytes twice.
             Text& value = record.*Member;
-            if (const auto text = xml_node_text(child)) {
+            if (const auto text = xml_element_text(child)) {
               value.emplace(*text);
             } else {
               value.reset();
@@ -330,7 +330,7 @@ constexpr Field<RecordOf<Member>> fixed_text(std::string_view element) {
   using Record = RecordOf<Member>;
   return {element,
           [](const Field<Record>&, const XmlNode& child, Record& record) {
-            copy_fixed_text(record.*Member, xml_node_text(child));
+            copy_fixed_text(record.*Member, xml_element_text(child));
           },
           [](const Field<Record>& field, const Record& record, RecordOut& out) {
             out.text(field.element, std::string_view(record.*Member));
@@ -389,7 +389,7 @@ constexpr Field<RecordOf<Member>> text_list(std::string_view element, std::strin
   return {element,
           [](const Field<Record>& field, const XmlNode& child, Record& record) {
             // An empty list, the usual one, adds nothing: no call for it.
-            if (xml_node_children(child).first == nullptr) return;
+            if (xml_element_children(child).first == nullptr) return;
             string_list_read(child, field.element, field.item, *text_list_of(record.*Member));
           },
           [](const Field<Record>& field, const Record& record, RecordOut& out) {

@@ -98,7 +98,7 @@ constexpr Schema<Share> kShare{
     .fields = kShareFields,
     .make =
         [](const XmlNode& element, void*) {
-          const std::string_view name = xml_node_name(element);
+          const std::string_view name = xml_element_name(element);
           return share_new(std::nullopt,
                            share_element([&](auto& row) { return row.element == name; }).type);
         },
@@ -226,12 +226,12 @@ int xml_text_int(const XmlNode& element) {
 }
 
 long xml_text_long(const XmlNode& element) {
-  const auto text = xml_node_text(element);
+  const auto text = xml_element_text(element);
   return text ? decimal_prefix(*text) : -1;
 }
 
 Text xml_text_dup(const XmlNode& element) {
-  const auto text = xml_node_text(element);
+  const auto text = xml_element_text(element);
   return text ? Text(*text) : std::nullopt;
 }
 
@@ -269,9 +269,9 @@ std::unique_ptr<NotificationList> notification_list_from_xml(const XmlNode& elem
 
 void string_list_read(const XmlNode& element, std::string_view list_name,
                       std::string_view item_name, TextList& list) {
-  if (!same_bytes(xml_node_name(element), list_name)) return;
-  for (const XmlNode& child : xml_node_children(element)) {
-    if (same_bytes(xml_node_name(child), item_name)) list_append(list, xml_text_dup(child));
+  if (!same_bytes(xml_element_name(element), list_name)) return;
+  for (const XmlNode& child : xml_element_children(element)) {
+    if (same_bytes(xml_element_name(child), item_name)) list_append(list, xml_text_dup(child));
   }
 }
 
@@ -280,7 +280,7 @@ std::unique_ptr<PeerMember> peer_member_from_xml(const XmlNode& element, PeerNet
 }
 
 void peer_member_list_read(const XmlNode& element, PeerNetwork& network) {
-  if (same_bytes(xml_node_name(element), kPeerMembersRow.element)) {
+  if (same_bytes(xml_element_name(element), kPeerMembersRow.element)) {
     kPeerMembersRow.read(kPeerMembersRow, element, network);
   }
 }

@@ -3,6 +3,7 @@
 #include <cstddef>
 #include <cstring>
 #include <type_traits>
+#include <utility>
 
 #include "quorlin/xml/xml_tree_internal.hpp"
 
@@ -19,20 +20,24 @@ T* make_in(XmlDocument& document, Args&&... args) {
 void XmlNode::operator delete(XmlNode* node, std::destroying_delete_t) {
   // Only a root is ever deleted (a child's ownership passed to its parent), and its document heads
   // the chain of every document of the tree.
-  XmlDocument* document = node->document_;
-  node->~XmlNode();
+  XmlDocument* document = &XmlTree::document(*node);
+  XmlElement::of(*node).~XmlElement();
   delete document;
 }
 
-XmlChildren& XmlTree::make_children(XmlNode& node) {
-  return *(node.children_ = make_in<XmlChildren>(*node.document_));
+const XmlChildren XmlElement::kNoChildren;
+const XmlAttributes XmlElement::kNoAttributes;
+
+XmlChildren& XmlTree::make_children(XmlElement& element) {
+  return *(element.children_ = make_in<XmlChildren>(*element.document_));
 }
 
 XmlAttributes& XmlTree::attributes(XmlNode& node) {
-  if (node.attributes_ == nullptr) {
-    node.attributes_ = make_in<XmlAttributes>(*node.document_);
+  XmlElement& element = XmlElement::of(node);
+  if (element.attributes_ == nullptr) {
+    element.attributes_ = make_in<XmlAttributes>(*element.document_);
   }
-  return *node.attributes_;
+  return *element.attributes_;
 }
 
 void XmlTree::view_long(XmlDocument& document, std::string_view bytes, const char*& data,
@@ -45,35 +50,37 @@ void XmlTree::view_long(XmlDocument& document, std::string_view bytes, const cha
 // An owned text is a reusable block of the document that holds the bytes, after an XmlLongBytes
 // that points at them when they are long.
 void XmlTree::set_text(XmlNode& node, std::optional<std::string_view> text) {
-  const bool owned = node.owned_text_;
+  XmlElement& element = XmlElement::of(node);
+  const bool owned = element.owned_text_;
   if (!text) {
-    if (owned) node.document_->release_text(node.text_);
-    node.text_ = nullptr;
-    node.text_size_ = 0;
-    node.owned_text_ = false;
+    if (owned) element.document_->release_text(element.text_);
+    element.text_ = nullptr;
+    element.text_size_ = 0;
+    element.owned_text_ = false;
     return;
   }
   const std::size_t size = text->size();
   const bool long_text = size >= kLongSize;
   const std::size_t needed = long_text ? size + sizeof(XmlLongBytes) : size;
-  const bool in_place = owned && needed <= XmlDocument::block_capacity(node.text_);
-  char* block = in_place ? node.text_ : node.document_->allocate_text(needed);
+  const bool in_place = owned && needed <= XmlDocument::block_capacity(element.text_);
+  char* block = in_place ? element.text_ : element.document_->allocate_text(needed);
   char* bytes = long_text ? block + sizeof(XmlLongBytes) : block;
   if (size != 0) std::memmove(bytes, text->data(), size);  // `text` may be the node's own bytes
   if (long_text) ::new (block) XmlLongBytes{bytes, size};
-  if (owned && !in_place) node.document_->release_text(node.text_);
-  node.text_ = block;
-  node.text_size_ = long_text ? kLongSize : static_cast<std::uint16_t>(size);
-  node.owned_text_ = true;
+  if (owned && !in_place) element.document_->release_text(element.text_);
+  element.text_ = block;
+  element.text_size_ = long_text ? kLongSize : static_cast<std::uint16_t>(size);
+  element.owned_text_ = true;
 }
 
-XmlChild* XmlTree::holder(XmlNode* node) {
+XmlChild* XmlTree::holder(const XmlNode* node) {
   static_assert(std::is_standard_layout_v<XmlChild>);
-  return reinterpret_cast<XmlChild*>(reinterpret_cast<std::byte*>(node) - offsetof(XmlChild, item));
+  const auto* item = reinterpret_cast<const std::byte*>(&XmlElement::of(*node));
+  return reinterpret_cast<XmlChild*>(const_cast<std::byte*>(item) - offsetof(XmlChild, item));
 }
 
 void XmlTree::drop_last_child(XmlNode& parent) {
-  XmlChildren& children = *parent.children_;
+  XmlChildren& children = *XmlElement::of(parent).children_;
   XmlChild* last = children.last;
   children.last = last->previous;
   if (children.last != nullptr) {
@@ -90,10 +97,10 @@ std::unique_ptr<XmlNode> xml_node_new(std::string_view name) {
   return std::unique_ptr<XmlNode>(&holder->item);
 }
 
-XmlChild* xml_node_add_child(XmlNode& node, std::unique_ptr<XmlNode> child) {
+XmlNode& xml_node_add_child(XmlNode& node, std::unique_ptr<XmlNode> child) {
   XmlNode* adopted = child.release();
   XmlTree::document(node).adopt(&XmlTree::document(*adopted));
-  return list_link_at_end(XmlTree::children(node), XmlTree::holder(adopted));
+  return list_link_at_end(XmlTree::children(node), XmlTree::holder(adopted))->item;
 }
 
 XmlNode& xml_add_element(XmlNode& parent, std::string_view name) {
@@ -102,30 +109,62 @@ XmlNode& xml_add_element(XmlNode& parent, std::string_view name) {
   return list_link_at_end(XmlTree::children(parent), child)->item;
 }
 
-const XmlChildren XmlNode::kNoChildren;
+std::string_view xml_node_name(const XmlNode& node) {
+  return XmlElement::of(node).name();
+}
 
-const XmlAttributes& xml_node_attributes(const XmlNode& node) {
-  static const XmlAttributes kNoAttributes;
-  const XmlAttributes* attributes = XmlTree::attributes_or_null(node);
-  return attributes ? *attributes : kNoAttributes;
+std::optional<std::string_view> xml_node_text(const XmlNode& node) {
+  return XmlElement::of(node).text();
+}
+
+const XmlNode* xml_node_first_child(const XmlNode& node) {
+  const XmlChild* first = XmlElement::of(node).children().first;
+  return first != nullptr ? &first->item : nullptr;
+}
+
+XmlNode* xml_node_first_child(XmlNode& node) {
+  return const_cast<XmlNode*>(xml_node_first_child(std::as_const(node)));
+}
+
+const XmlNode* xml_next_sibling(const XmlNode& node) {
+  const XmlChild* next = XmlTree::holder(&node)->next;
+  return next != nullptr ? &next->item : nullptr;
+}
+
+XmlNode* xml_next_sibling(XmlNode& node) {
+  return const_cast<XmlNode*>(xml_next_sibling(std::as_const(node)));
+}
+
+const XmlAttribute* xml_node_first_attribute(const XmlNode& node) {
+  const ListNode<XmlAttribute>* first = XmlElement::of(node).attributes().first;
+  return first != nullptr ? &first->item : nullptr;
+}
+
+// An attribute lives inside its List node, as a child does.
+const XmlAttribute* xml_next_sibling(const XmlAttribute& attribute) {
+  using Holder = ListNode<XmlAttribute>;
+  static_assert(std::is_standard_layout_v<Holder>);
+  const auto* holder = reinterpret_cast<const Holder*>(
+      reinterpret_cast<const std::byte*>(&attribute) - offsetof(Holder, item));
+  return holder->next != nullptr ? &holder->next->item : nullptr;
 }
 
 void xml_node_set_text(XmlNode& node, std::optional<std::string_view> text) {
   XmlTree::set_text(node, text);
 }
 
-ListNode<XmlAttribute>* xml_node_add_attribute(XmlNode& node, std::string_view name,
-                                               std::string_view value) {
+const XmlAttribute& xml_node_add_attribute(XmlNode& node, std::string_view name,
+                                           std::string_view value) {
   XmlDocument& document = XmlTree::document(node);
   auto* attribute = XmlTree::new_list_node<XmlAttribute>(
       document, XmlAttribute{document.copy_text(name), document.copy_text(value)});
-  return list_link_at_end(XmlTree::attributes(node), attribute);
+  return list_link_at_end(XmlTree::attributes(node), attribute)->item;
 }
 
 std::optional<std::string_view> xml_node_attribute(const XmlNode& node, std::string_view name) {
   std::optional<std::string_view> found;
-  for (auto* entry = xml_node_attributes(node).first; entry != nullptr; entry = entry->next) {
-    if (entry->item.name == name) found = entry->item.value;  // the last match wins
+  for (const XmlAttribute& attribute : XmlElement::of(node).attributes()) {
+    if (attribute.name == name) found = attribute.value;  // the last match wins
   }
   return found;
 }

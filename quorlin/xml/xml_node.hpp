@@ -12,59 +12,27 @@
 /// borrowed from the tree, valid until the node is changed or the tree is freed. A replaced text
 /// gives its bytes back to the tree, which reuses them for later texts.
 ///
-/// The children List and the attribute set are made with the first child or attribute, so the
-/// leaves of a large document cost no more than their name and text; readers that ask a node
-/// without any see an empty List. Attributes keep their order and may repeat a name. Appends
-/// take the List's lock; walks read the Lists without it: no other thread may change a tree
-/// being read, written or freed.
+/// A node is a handle: the library makes every node and keeps its layout to itself, and users
+/// reach names, texts, children and attributes through the functions below. Children and
+/// attributes are walked as ranges (xml_node_children, xml_node_attributes) or one by one
+/// (xml_node_first_child, xml_next_sibling). Attributes keep their order and may repeat a name.
+/// Appends take a lock of the node; walks take none: no other thread may change a tree being
+/// read, written or freed.
 #ifndef QUORLIN_XML_XML_NODE_HPP
 #define QUORLIN_XML_XML_NODE_HPP
 
 #include <cstddef>
-#include <cstdint>
+#include <iterator>
 #include <memory>
 #include <new>
 #include <optional>
 #include <string_view>
+#include <type_traits>
 #include "quorlin/base/api.hpp"
-
-#include "quorlin/base/list.hpp"
-#include "quorlin/base/recursive_lock.hpp"
 
 namespace quorlin {
 
-class XmlDocument;
-struct XmlTree;
-
-/// Node storage for the Lists of a tree: the tree makes their nodes in its own storage and links
-/// them, and they are given back only with it. A List of a tree therefore holds no pointer to
-/// its storage, and users of the tree cannot add to it but through the functions below.
-struct XmlArenaNodes {
-  using Lock = RecursiveLock;  ///< nothing to destroy: the arena frees memory without destructors
-
-  /// Nothing: a node's memory goes back with its document's.
-  template <typename Node>
-  void deallocate(void*) {}
-};
-
-struct XmlAttribute {
-  std::string_view name;
-  std::string_view value;
-};
-
-/// How a node holds a name or text of 65,535 bytes or more: its bytes and size, kept in the tree
-/// (16 bytes beside at least 64 KiB), so that a node keeps its sizes in 16 bits.
-struct XmlLongBytes {
-  const char* bytes;  ///< the first byte
-  std::size_t size;   ///< how many there are
-};
-
-class XmlNode;
-using XmlChildren = List<XmlNode, XmlArenaNodes>;  ///< each child lives inside its List node
-using XmlAttributes = List<XmlAttribute, XmlArenaNodes>;
-using XmlChild = ListNode<XmlNode>;
-
-/// An element; xml_node_new, xml_add_element and the parser make them.
+/// An element of a tree; xml_node_new, xml_add_element and the parser make them.
 class QUORLIN_API XmlNode {
  public:
   XmlNode(const XmlNode&) = delete;
@@ -73,72 +41,106 @@ class QUORLIN_API XmlNode {
   /// Deleting the root (what its unique_ptr does) frees the whole tree and its storage.
   static void operator delete(XmlNode* node, std::destroying_delete_t);
 
-  /// Defined here, declared with their contracts below: readers call them once per node.
-  friend std::string_view xml_node_name(const XmlNode& node) {
-    return bytes(node.name_, node.name_size_);
-  }
-  friend const XmlChildren& xml_node_children(const XmlNode& node) {
-    return node.children_ != nullptr ? *node.children_ : kNoChildren;
-  }
-  friend std::optional<std::string_view> xml_node_text(const XmlNode& node) {
-    if (node.text_ == nullptr) return std::nullopt;
-    return bytes(node.text_, node.text_size_);
-  }
+ private:
+  friend class XmlElement;  // the library's layout of a node
+  XmlNode() = default;
+};
+
+struct XmlAttribute {
+  std::string_view name;
+  std::string_view value;
+};
+
+/// The next child of the same parent, or null after the last; and the next attribute of the same
+/// node, or null after the last.
+QUORLIN_API const XmlNode* xml_next_sibling(const XmlNode& node);
+QUORLIN_API XmlNode* xml_next_sibling(XmlNode& node);
+QUORLIN_API const XmlAttribute* xml_next_sibling(const XmlAttribute& attribute);
+
+/// A node's children or attributes as a forward range, first to last, for range-for and the
+/// standard algorithms. Like the walk with xml_next_sibling, it reads the tree as it goes.
+template <typename Item>
+class XmlSiblings {
+ public:
+  class iterator {
+   public:
+    using value_type = std::remove_const_t<Item>;
+    using difference_type = std::ptrdiff_t;
+    using reference = Item&;
+    using pointer = Item*;
+    using iterator_category = std::forward_iterator_tag;
+
+    iterator() = default;
+    explicit iterator(Item* item) : item_(item) {}
+    reference operator*() const { return *item_; }
+    pointer operator->() const { return item_; }
+    iterator& operator++() {
+      item_ = xml_next_sibling(*item_);
+      return *this;
+    }
+    iterator operator++(int) {
+      iterator before = *this;
+      ++*this;
+      return before;
+    }
+    friend bool operator==(const iterator&, const iterator&) = default;
+
+   private:
+    Item* item_ = nullptr;
+  };
+
+  explicit XmlSiblings(Item* first) : first_(first) {}
+  iterator begin() const { return iterator(first_); }
+  iterator end() const { return iterator(); }
+  bool empty() const { return first_ == nullptr; }
 
  private:
-  friend struct XmlTree;
-  static constexpr std::uint16_t kLong = 0xFFFF;  ///< the size of bytes kept as XmlLongBytes
-  static const XmlChildren kNoChildren;
-
-  /// A node named by no bytes yet, without text, attributes or children.
-  explicit XmlNode(XmlDocument* document) : document_(document) {}
-
-  /// The bytes at `data` of size `size`, or those of the XmlLongBytes at `data` for kLong.
-  static std::string_view bytes(const char* data, std::uint16_t size) {
-    if (size != kLong) return {data, size};
-    const auto* long_bytes = reinterpret_cast<const XmlLongBytes*>(data);
-    return {long_bytes->bytes, long_bytes->size};
-  }
-
-  const char* name_ = nullptr;           ///< the name's bytes, or its XmlLongBytes
-  char* text_ = nullptr;                 ///< the text's bytes or XmlLongBytes; null for no text
-  std::uint16_t name_size_ = 0;          ///< kLong when name_ is an XmlLongBytes
-  std::uint16_t text_size_ = 0;          ///< kLong when text_ is an XmlLongBytes
-  bool owned_text_ = false;              ///< text_ is a reusable block of the document
-  XmlChildren* children_ = nullptr;      ///< null until the first child
-  XmlAttributes* attributes_ = nullptr;  ///< null until the first attribute
-  XmlDocument* document_;                ///< where this node's pieces are allocated
+  Item* first_;
 };
 
 /// A new tree of one element named `name`.
 QUORLIN_API std::unique_ptr<XmlNode> xml_node_new(std::string_view name);
 
-/// Adopts the tree `child` as the last child of `node` in constant time and returns the List
-/// node that holds it; the child keeps its address, so a pointer kept to it stays valid.
-QUORLIN_API XmlChild* xml_node_add_child(XmlNode& node, std::unique_ptr<XmlNode> child);
+/// Adopts the tree `child` as the last child of `node` in constant time and returns it; the
+/// child keeps its address, so a pointer kept to it stays valid.
+QUORLIN_API XmlNode& xml_node_add_child(XmlNode& node, std::unique_ptr<XmlNode> child);
 
 /// Appends a new empty element named `name` to `parent` and returns it.
 QUORLIN_API XmlNode& xml_add_element(XmlNode& parent, std::string_view name);
 
 /// The element's name.
-std::string_view xml_node_name(const XmlNode& node);
+QUORLIN_API std::string_view xml_node_name(const XmlNode& node);
 
-/// The children in document order; an empty List for a node without any.
-const XmlChildren& xml_node_children(const XmlNode& node);
+/// The first child, or null for a node without children.
+QUORLIN_API const XmlNode* xml_node_first_child(const XmlNode& node);
+QUORLIN_API XmlNode* xml_node_first_child(XmlNode& node);
 
-/// The attributes in the order they were added; an empty List for a node without any.
-QUORLIN_API const XmlAttributes& xml_node_attributes(const XmlNode& node);
+/// The children in document order.
+inline XmlSiblings<const XmlNode> xml_node_children(const XmlNode& node) {
+  return XmlSiblings<const XmlNode>(xml_node_first_child(node));
+}
+inline XmlSiblings<XmlNode> xml_node_children(XmlNode& node) {
+  return XmlSiblings<XmlNode>(xml_node_first_child(node));
+}
+
+/// The first attribute, or null for a node without attributes.
+QUORLIN_API const XmlAttribute* xml_node_first_attribute(const XmlNode& node);
+
+/// The attributes in the order they were added.
+inline XmlSiblings<const XmlAttribute> xml_node_attributes(const XmlNode& node) {
+  return XmlSiblings<const XmlAttribute>(xml_node_first_attribute(node));
+}
 
 /// Replaces the text with a copy of `text`, or clears it for std::nullopt; the old text's bytes
 /// go back to the tree. `text` may be a view of this tree's own bytes, even of the node's text.
 QUORLIN_API void xml_node_set_text(XmlNode& node, std::optional<std::string_view> text);
 
 /// The text, borrowed from the node, or std::nullopt when none was set.
-std::optional<std::string_view> xml_node_text(const XmlNode& node);
+QUORLIN_API std::optional<std::string_view> xml_node_text(const XmlNode& node);
 
-/// Appends an attribute holding copies of `name` and `value`; returns its List node.
-QUORLIN_API ListNode<XmlAttribute>* xml_node_add_attribute(XmlNode& node, std::string_view name,
-                                                           std::string_view value);
+/// Appends an attribute holding copies of `name` and `value`, and returns it.
+QUORLIN_API const XmlAttribute& xml_node_add_attribute(XmlNode& node, std::string_view name,
+                                                       std::string_view value);
 
 /// The value of the last attribute named `name` (case-sensitive), borrowed, or std::nullopt.
 QUORLIN_API std::optional<std::string_view> xml_node_attribute(const XmlNode& node,

@@ -375,6 +375,13 @@ class TreeBuilder {
   XmlNode* receiver_ = nullptr;  // where add puts an element; null for add_on_top
 };
 
+// Where xml_parse_children hands each child, and how deep each is built.
+struct XmlChildSink {
+  void* context;
+  XmlChildCallback deliver;
+  std::size_t depth;
+};
+
 // Hands each child of the root to the sink as soon as it is complete, then lets it go and
 // gives its memory back, so that a long list costs the memory of one item. The root keeps its
 // name only, elements deeper than the sink asks are not built, and every node views the text,
@@ -519,8 +526,10 @@ std::unique_ptr<XmlNode> xml_parse_element(XmlNode* parent, std::string_view tex
   return builder.take_root();
 }
 
-std::optional<std::string_view> xml_parse_children(std::string_view text, XmlChildSink sink) {
+std::optional<std::string_view> xml_parse_children(std::string_view text, XmlChildCallback deliver,
+                                                   void* context, std::size_t depth) {
   text = c_text(text);
+  const XmlChildSink sink{context, deliver, depth};
   SinkBuilder builder(sink);
   ParseLoop(text, 0, static_cast<long>(text.size()), builder).run();
   return builder.root_name();

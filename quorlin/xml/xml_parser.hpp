@@ -49,35 +49,34 @@ QUORLIN_API std::unique_ptr<XmlNode> xml_parse_element(XmlNode* parent, std::str
 /// xml_parse_children builds each child whole.
 inline constexpr std::size_t XML_EVERY_LEVEL = std::numeric_limits<std::size_t>::max();
 
-/// Where xml_parse_children hands each child, and how deep each is built: the elements more than
-/// `depth` levels below the root (its children are at 1) are read as the grammar reads them but
-/// not made, so that a reader that looks no deeper pays nothing for a document nested deeper.
-struct XmlChildSink {
-  void* context;
-  void (*deliver)(void* context, const XmlNode& root, const XmlNode& child);
-  std::size_t depth = XML_EVERY_LEVEL;
-};
+/// Where xml_parse_children hands each child, with the `context` it was given.
+using XmlChildCallback = void (*)(void* context, const XmlNode& root, const XmlNode& child);
 
 /// Parses `text` as xml_parse does without keeping the root's children: each child is handed to
-/// `sink` as soon as it is complete, then let go, and its memory serves the next one, so that a
-/// long list costs the memory of one item. The root handed over with each child holds its name
+/// `deliver` as soon as it is complete, then let go, and its memory serves the next one, so that
+/// a long list costs the memory of one item. The root handed over with each child holds its name
 /// alone, none of its attributes or texts, which a long root tag would make cost as much as a
 /// list. The nodes handed over and their names and texts view `text` and live only during the
-/// hand-over. Returns the root's name, a view of `text`, or std::nullopt when the text has no
-/// complete root: the children handed over then belong to no tree and are to be discarded.
+/// hand-over. Elements more than `depth` levels below the root (its children are at 1) are read
+/// as the grammar reads them but not made, so that a reader that looks no deeper pays nothing
+/// for a document nested deeper. Returns the root's name, a view of `text`, or std::nullopt when
+/// the text has no complete root: the children handed over then belong to no tree and are to be
+/// discarded.
 QUORLIN_API std::optional<std::string_view> xml_parse_children(std::string_view text,
-                                                               XmlChildSink sink);
+                                                               XmlChildCallback deliver,
+                                                               void* context,
+                                                               std::size_t depth = XML_EVERY_LEVEL);
 
 /// The same with any callable taking (const XmlNode& root, const XmlNode& child).
 template <typename OnChild>
 std::optional<std::string_view> xml_parse_children(std::string_view text, OnChild&& on_child,
                                                    std::size_t depth = XML_EVERY_LEVEL) {
   return xml_parse_children(
-      text, XmlChildSink{&on_child,
-                         [](void* context, const XmlNode& root, const XmlNode& child) {
-                           (*static_cast<std::remove_reference_t<OnChild>*>(context))(root, child);
-                         },
-                         depth});
+      text,
+      [](void* context, const XmlNode& root, const XmlNode& child) {
+        (*static_cast<std::remove_reference_t<OnChild>*>(context))(root, child);
+      },
+      &on_child, depth);
 }
 
 /// Splits text[start, end) into attributes at double quotes and adds them to `node`.

@@ -193,7 +193,7 @@ TEST(XmlNode, TextIsCopiedReplacedAndCleared) {
 
   // Replacing a parsed text leaves its neighbours' bytes as they were.
   auto parsed = xml_parse("<r><a>hello</a><b>world</b></r>");
-  xml_node_set_text(xml_node_children(*parsed).first->item, "hi");
+  xml_node_set_text(*xml_node_first_child(*parsed), "hi");
   EXPECT_EQ(xml_to_string(*parsed), "<r><a>hi</a><b>world</b></r>");
 
   // Replaced texts give their bytes back: two sizes alternating reuse two blocks.
@@ -211,7 +211,7 @@ TEST(XmlNode, AnAdoptedChildKeepsItsAddressAndTheTreeFreesItOnce) {
   auto root = xml_node_new("r");
   auto parsed = xml_parse("<y k=\"v\"><q>2</q></y>");
   XmlNode* kept = parsed.get();
-  EXPECT_EQ(&xml_node_add_child(*root, std::move(parsed))->item, kept);
+  EXPECT_EQ(&xml_node_add_child(*root, std::move(parsed)), kept);
   // The adopted tree goes on growing from its own storage, and so does the parent. The
   // sanitizers see every block freed once.
   xml_node_set_text(xml_add_element(*kept, "w"), "1");

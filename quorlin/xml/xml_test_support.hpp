@@ -14,18 +14,19 @@ namespace quorlin {
 inline std::string describe(const XmlNode* node, std::size_t levels = SIZE_MAX) {
   if (node == nullptr) return "null";
   std::string out(xml_node_name(*node));
-  if (const XmlAttributes& attributes = xml_node_attributes(*node); attributes.first != nullptr) {
-    out += '[';
-    for (auto* entry = attributes.first; entry != nullptr; entry = entry->next) {
-      out += std::string(entry->item.name) + "=" + std::string(entry->item.value) +
-             (entry->next ? ";" : "");
+  if (const auto attributes = xml_node_attributes(*node); !attributes.empty()) {
+    const char* separator = "[";
+    for (const XmlAttribute& attribute : attributes) {
+      out += separator + std::string(attribute.name) + "=" + std::string(attribute.value);
+      separator = ";";
     }
     out += ']';
   }
-  if (const XmlChildren& children = xml_node_children(*node); children.first && levels > 0) {
-    out += '(';
-    for (auto* child = children.first; child != nullptr; child = child->next) {
-      out += describe(&child->item, levels - 1) + (child->next ? "," : "");
+  if (const auto children = xml_node_children(*node); !children.empty() && levels > 0) {
+    const char* separator = "(";
+    for (const XmlNode& child : children) {
+      out += separator + describe(&child, levels - 1);
+      separator = ",";
     }
     out += ')';
   }

@@ -21,7 +21,7 @@
 #include <string_view>
 #include <vector>
 
-#include "quorlin/xml/xml_node.hpp"
+#include "quorlin/xml/xml_element_internal.hpp"
 
 namespace quorlin {
 
@@ -110,45 +110,43 @@ class XmlDocument {
   XmlDocument* chain_last_ = this;  // meaningful in a head
 };
 
-// What the XML subsystem may do to a node beyond the public operations.
+// What the XML subsystem may do to an element beyond the public operations.
 struct XmlTree {
-  static constexpr std::uint16_t kLongSize = XmlNode::kLong;  // see XmlLongBytes
+  static constexpr std::uint16_t kLongSize = XmlElement::kLong;  // see XmlLongBytes
 
-  static XmlDocument& document(const XmlNode& node) { return *node.document_; }
-  static std::string_view name(const XmlNode& node) { return xml_node_name(node); }
+  static XmlDocument& document(const XmlNode& node) { return *XmlElement::of(node).document_; }
   static XmlChildren& children(XmlNode& node) {
-    return node.children_ != nullptr ? *node.children_ : make_children(node);
+    XmlElement& element = XmlElement::of(node);
+    return element.children_ != nullptr ? *element.children_ : make_children(element);
   }
-  static const XmlChildren* children_or_null(const XmlNode& node) { return node.children_; }
-  static const XmlAttributes* attributes_or_null(const XmlNode& node) { return node.attributes_; }
   static XmlAttributes& attributes(XmlNode& node);
-  static std::optional<std::string_view> text(const XmlNode& node) { return xml_node_text(node); }
-  // Points the text at bytes of the node's document that belong to this node alone; a later
-  // setter may overwrite them but does not reuse them for another text. For the nodes the parser
-  // makes, whose texts are always such views and never blocks the tree owns; the record of a
-  // long view before serves the new text. A node's first text has no record to look for.
+  // Points the text at bytes of the element's document that belong to this element alone; a
+  // later setter may overwrite them but does not reuse them for another text. For the elements
+  // the parser makes, whose texts are always such views and never blocks the tree owns; the
+  // record of a long view before serves the new text. A first text has no record to look for.
   static void set_text_view(XmlNode& node, std::string_view bytes, bool first_text = false) {
-    auto* reused = !first_text && node.text_size_ == kLongSize
-                       ? reinterpret_cast<XmlLongBytes*>(node.text_)
+    XmlElement& element = XmlElement::of(node);
+    auto* reused = !first_text && element.text_size_ == kLongSize
+                       ? reinterpret_cast<XmlLongBytes*>(element.text_)
                        : nullptr;
     const char* data = nullptr;
-    view(*node.document_, bytes, data, node.text_size_, reused);
-    node.text_ = const_cast<char*>(data);
+    view(*element.document_, bytes, data, element.text_size_, reused);
+    element.text_ = const_cast<char*>(data);
   }
   static void set_text(XmlNode& node, std::optional<std::string_view> text);
 
   // The List node that holds `node`: a root is made inside one, so that adoption can link it.
-  static XmlChild* holder(XmlNode* node);
+  static XmlChild* holder(const XmlNode* node);
 
   // Appends an element whose name already lives in the parent's document, without copying the
   // name and without the children List's lock: for a tree no other thread can reach yet.
-  static XmlNode& add_element_unshared(XmlNode& parent, std::string_view name_in_document) {
-    XmlChild* child = new_element(*parent.document_, name_in_document);
+  static XmlElement& add_element_unshared(XmlNode& parent, std::string_view name_in_document) {
+    XmlChild* child = new_element(document(parent), name_in_document);
     return list_link_at_end_unlocked(children(parent), child)->item;
   }
   // A List node that holds a new element of `document`, in no List yet.
   static XmlChild* new_element(XmlDocument& document, std::string_view name_in_document) {
-    XmlChild* holder = new_list_node<XmlNode>(document, &document);
+    XmlChild* holder = new_list_node<XmlElement>(document, &document);
     view(document, name_in_document, holder->item.name_, holder->item.name_size_);
     return holder;
   }
@@ -162,9 +160,9 @@ struct XmlTree {
   static void drop_last_child(XmlNode& parent);
 
  private:
-  static XmlChildren& make_children(XmlNode& node);  // the List of a node's first child
-  // Points `data` and `size` at `bytes`, which live in `document`: in the node when short, else
-  // through an XmlLongBytes made in the document, or `reused`, one the node no longer needs.
+  static XmlChildren& make_children(XmlElement& element);  // the List of a first child
+  // Points `data` and `size` at `bytes`, which live in `document`: in the element when short,
+  // else through an XmlLongBytes made in the document, or `reused`, one no longer needed.
   static void view(XmlDocument& document, std::string_view bytes, const char*& data,
                    std::uint16_t& size, XmlLongBytes* reused = nullptr) {
     if (bytes.size() >= kLongSize) return view_long(document, bytes, data, size, reused);

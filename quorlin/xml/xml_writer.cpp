@@ -8,31 +8,33 @@
 #include <vector>
 
 #include "quorlin/base/log.hpp"
+#include "quorlin/xml/xml_element_internal.hpp"
 #include "quorlin/xml/xml_writer_internal.hpp"
 
 namespace quorlin {
 namespace {
 
-// Calls open(node) on the way down and close(node) once all its children are done.
+// Calls open(element) on the way down and close(element) once all its children are done.
 template <typename Open, typename Close>
-void walk(const XmlNode& root, Open open, Close close) {
+void walk(const XmlNode& root_node, Open open, Close close) {
   struct Step {
-    const XmlNode* node;
+    const XmlElement* element;
     const XmlChild* next_child;
   };
+  const XmlElement& root = XmlElement::of(root_node);
   open(root);
-  std::vector<Step> path{{&root, xml_node_children(root).first}};
+  std::vector<Step> path{{&root, root.children().first}};
   while (!path.empty()) {
     Step& step = path.back();
     if (step.next_child == nullptr) {
-      close(*step.node);
+      close(*step.element);
       path.pop_back();
       continue;
     }
-    const XmlNode& child = step.next_child->item;
+    const XmlElement& child = step.next_child->item;
     step.next_child = step.next_child->next;
     open(child);
-    path.push_back({&child, xml_node_children(child).first});
+    path.push_back({&child, child.children().first});
   }
 }
 
@@ -63,16 +65,16 @@ char* text_buffer_reserve(TextBuffer& buffer, std::size_t extra) {
 void xml_write_node(const XmlNode& node, std::string& out) {
   walk(
       node,
-      [&out](const XmlNode& open) {
-        compact::tag_start(out, xml_node_name(open));
-        for (auto* entry = xml_node_attributes(open).first; entry != nullptr; entry = entry->next) {
-          compact::attribute(out, entry->item.name, entry->item.value);
+      [&out](const XmlElement& open) {
+        compact::tag_start(out, open.name());
+        for (const XmlAttribute& attribute : open.attributes()) {
+          compact::attribute(out, attribute.name, attribute.value);
         }
         compact::tag_end(out);
       },
-      [&out](const XmlNode& close) {
-        if (const auto text = xml_node_text(close)) out += *text;
-        compact::closing_tag(out, xml_node_name(close));
+      [&out](const XmlElement& close) {
+        if (const auto text = close.text()) out += *text;
+        compact::closing_tag(out, close.name());
       });
 }
 
@@ -85,20 +87,17 @@ std::string xml_to_string(const XmlNode& root) {
 void xml_node_dump(const XmlNode& node) {
   walk(
       node,
-      [](const XmlNode& open) {
-        log_printf("<%.*s", printable(xml_node_name(open)), xml_node_name(open).data());
-        for (auto* entry = xml_node_attributes(open).first; entry != nullptr; entry = entry->next) {
-          const XmlAttribute& attribute = entry->item;
+      [](const XmlElement& open) {
+        log_printf("<%.*s", printable(open.name()), open.name().data());
+        for (const XmlAttribute& attribute : open.attributes()) {
           log_printf(" %.*s=\"%.*s\"", printable(attribute.name), attribute.name.data(),
                      printable(attribute.value), attribute.value.data());
         }
         log_printf(">\n");
       },
-      [](const XmlNode& close) {
-        if (const auto text = xml_node_text(close)) {
-          log_printf("%.*s", printable(*text), text->data());
-        }
-        log_printf("</%.*s>\n", printable(xml_node_name(close)), xml_node_name(close).data());
+      [](const XmlElement& close) {
+        if (const auto text = close.text()) log_printf("%.*s", printable(*text), text->data());
+        log_printf("</%.*s>\n", printable(close.name()), close.name().data());
       });
 }
 
