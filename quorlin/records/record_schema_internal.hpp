@@ -213,9 +213,8 @@ void read_document_child(const XmlNode& root, const XmlNode& child, Each& each) 
 
 // Reads the records of the document `text` one by one, as the parser completes them, so that a
 // long List never exists as a tree. Returns whether the document gives a List (see Root); the
-// records handed over belong to no List when it does not.
-// Elements deeper than the items' tables read are parsed but not built: a reply nested deeper
-// costs no tree.
+// records handed over belong to no List when it does not. Elements deeper than the items'
+// tables read are parsed but not built: a reply nested deeper costs no tree.
 template <const auto& document, typename Each>
 bool read_document(std::string_view text, Each each) {
   constexpr std::size_t kItemLevels = levels_of(document.item);

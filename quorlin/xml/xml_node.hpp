@@ -51,17 +51,20 @@ struct XmlAttribute {
   std::string_view value;
 };
 
+///@{
 /// The next child of the same parent, or null after the last; and the next attribute of the same
 /// node, or null after the last.
 QUORLIN_API const XmlNode* xml_next_sibling(const XmlNode& node);
 QUORLIN_API XmlNode* xml_next_sibling(XmlNode& node);
 QUORLIN_API const XmlAttribute* xml_next_sibling(const XmlAttribute& attribute);
+///@}
 
 /// A node's children or attributes as a forward range, first to last, for range-for and the
 /// standard algorithms. Like the walk with xml_next_sibling, it reads the tree as it goes.
 template <typename Item>
 class XmlSiblings {
  public:
+  /// A position in the range; the default one is the end.
   class iterator {
    public:
     using value_type = std::remove_const_t<Item>;
@@ -70,6 +73,9 @@ class XmlSiblings {
     using pointer = Item*;
     using iterator_category = std::forward_iterator_tag;
 
+    ///@{
+    /// The forward-iterator operations: the position of `item`, the item here, the next
+    /// position, equality.
     iterator() = default;
     explicit iterator(Item* item) : item_(item) {}
     reference operator*() const { return *item_; }
@@ -84,15 +90,19 @@ class XmlSiblings {
       return before;
     }
     friend bool operator==(const iterator&, const iterator&) = default;
+    ///@}
 
    private:
     Item* item_ = nullptr;
   };
 
+  ///@{
+  /// The range that starts at `first` (null: an empty range), its ends, and whether it is empty.
   explicit XmlSiblings(Item* first) : first_(first) {}
   iterator begin() const { return iterator(first_); }
   iterator end() const { return iterator(); }
   bool empty() const { return first_ == nullptr; }
+  ///@}
 
  private:
   Item* first_;
@@ -111,10 +121,13 @@ QUORLIN_API XmlNode& xml_add_element(XmlNode& parent, std::string_view name);
 /// The element's name.
 QUORLIN_API std::string_view xml_node_name(const XmlNode& node);
 
+///@{
 /// The first child, or null for a node without children.
 QUORLIN_API const XmlNode* xml_node_first_child(const XmlNode& node);
 QUORLIN_API XmlNode* xml_node_first_child(XmlNode& node);
+///@}
 
+///@{
 /// The children in document order.
 inline XmlSiblings<const XmlNode> xml_node_children(const XmlNode& node) {
   return XmlSiblings<const XmlNode>(xml_node_first_child(node));
@@ -122,6 +135,7 @@ inline XmlSiblings<const XmlNode> xml_node_children(const XmlNode& node) {
 inline XmlSiblings<XmlNode> xml_node_children(XmlNode& node) {
   return XmlSiblings<XmlNode>(xml_node_first_child(node));
 }
+///@}
 
 /// The first attribute, or null for a node without attributes.
 QUORLIN_API const XmlAttribute* xml_node_first_attribute(const XmlNode& node);
