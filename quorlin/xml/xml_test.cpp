@@ -216,12 +216,18 @@ TEST(XmlNode, AnAdoptedChildKeepsItsAddressAndTheTreeFreesItOnce) {
   // sanitizers see every block freed once.
   xml_node_set_text(xml_add_element(*kept, "w"), "1");
   xml_add_element(*root, "z");
-  // Attributes keep their order and repeat; a lookup takes the last of a name, exactly.
+  // Attributes keep their order and repeat; a lookup takes the last of a name, exactly. A value
+  // longer than half a block of the tree gets a block of its own.
   xml_node_add_attribute(*kept, "k", "x");
+  const std::string long_value(300, 'v');
+  xml_node_add_attribute(*root, "long", long_value);
   EXPECT_EQ(xml_node_attribute(*kept, "k"), "x");
   EXPECT_EQ(xml_node_attribute(*kept, "K"), std::nullopt);
   EXPECT_EQ(xml_node_attribute(*root, "k"), std::nullopt);
-  EXPECT_EQ(describe(root.get()), "r(y[k=v;k=x](q='2',w='1'),z)");
+  EXPECT_EQ(describe(root.get()), "r[long=" + long_value + "](y[k=v;k=x](q='2',w='1'),z)");
+  auto child = xml_node_children(*kept).begin();
+  EXPECT_EQ(xml_node_name(*child++), "q");
+  EXPECT_EQ(xml_node_name(*child), "w");
 }
 
 // Compact text, with neither escaping nor self-closing tags; the dump puts one tag a line,
@@ -253,8 +259,11 @@ TEST(TextBuffer, CapacityIsTheSmallestBlockMultipleAboveLengthPlusRoom) {
   for (const auto& [length, extra, capacity] : steps) {
     std::memset(buffer.text.get(), 'x', length);
     buffer.text[length] = '\0';
+    const char* before = buffer.text.get();
+    const bool grows = capacity != buffer.capacity;
     text = text_buffer_reserve(buffer, extra);
     EXPECT_EQ(buffer.capacity, capacity) << length << " + " << extra;
+    EXPECT_EQ(text != before, grows) << "the text moves only when the buffer grows";
     EXPECT_EQ(std::string(text), std::string(length, 'x'));
   }
 }
