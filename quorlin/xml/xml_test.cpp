@@ -11,6 +11,7 @@
 #include "quorlin/xml/xml_node.hpp"
 #include "quorlin/xml/xml_open_names_internal.hpp"
 #include "quorlin/xml/xml_test_support.hpp"
+#include "quorlin/xml/xml_tree_internal.hpp"
 #include "quorlin/xml/xml_writer.hpp"
 #include "tests/support/peers.hpp"
 
@@ -228,6 +229,23 @@ TEST(XmlNode, AnAdoptedChildKeepsItsAddressAndTheTreeFreesItOnce) {
   auto child = xml_node_children(*kept).begin();
   EXPECT_EQ(xml_node_name(*child++), "q");
   EXPECT_EQ(xml_node_name(*child), "w");
+}
+
+// A tree's storage fills each block to its last byte, aligned pieces from the bottom and bytes
+// from the top. Blocks double from 256 bytes; a piece larger than half the next block gets a
+// block of its own, and the block being filled goes on.
+TEST(XmlDocument, PiecesFillEachBlockToItsLastByte) {
+  XmlDocument document;
+  const auto piece = [&](std::size_t size) {
+    return static_cast<std::byte*>(document.allocate(size));
+  };
+  std::byte* first = piece(128);
+  EXPECT_EQ(piece(128), first + 128);  // the first block's last byte
+  std::byte* second = piece(200);      // not above half of 512: a new block of 512
+  EXPECT_EQ(document.copy(std::string(312, 'b')), reinterpret_cast<char*>(second + 200));
+  std::byte* third = piece(8);  // a block of 1024
+  piece(1500);                  // above half of 2048: a block of its own
+  EXPECT_EQ(piece(8), third + 8);
 }
 
 // Compact text, with neither escaping nor self-closing tags; the dump puts one tag a line,
