@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <cstring>
+#include <random>
 #include <set>
 #include <string>
 #include <utility>
@@ -10,6 +11,7 @@
 
 #include "quorlin/xml/xml_node.hpp"
 #include "quorlin/xml/xml_open_names_internal.hpp"
+#include "quorlin/xml/xml_tag_scanner_internal.hpp"
 #include "quorlin/xml/xml_test_support.hpp"
 #include "quorlin/xml/xml_tree_internal.hpp"
 #include "quorlin/xml/xml_writer.hpp"
@@ -110,6 +112,59 @@ TEST(XmlParse, HostileShapesStayLinear) {
   for (int i = 0; i < 1'000'000; ++i) nested += "<e" + std::to_string(i) + ">";
   for (int i = 1'000'000; i-- > 0;) nested += "</e" + std::to_string(i) + ">";
   EXPECT_EQ(xml_to_string(*xml_parse(nested)), nested);
+}
+
+// The scanner's searches read blocks of 16 bytes and may look past their range, never past the
+// text: each agrees with a byte-by-byte reading of every range of texts made of the bytes that
+// matter, and so does the comparison of names of every size against each one-byte change.
+TEST(TagScanner, SearchesAgreeWithAByteByByteReading) {
+  using namespace xml_scan;
+  const auto first_in = [](long from, long end, auto hit) {
+    for (long at = from; at < end; ++at) {
+      if (hit(at)) return at;
+    }
+    return -1L;
+  };
+  std::minstd_rand random(7);
+  for (int round = 0; round < 300; ++round) {
+    std::string text(random() % 48, ' ');
+    for (char& byte : text) byte = "<>/ a"[random() % 5];
+    const auto is = [&](long at, std::string_view bytes) {
+      return bytes.find(text[at]) != bytes.npos;
+    };
+    const auto closing = [&](long at) {
+      return is(at, "<") && at + 1 < long(text.size()) && text[at + 1] == '/';
+    };
+    for (long from = 0; from <= long(text.size()); ++from) {
+      for (long end = from; end <= long(text.size()); ++end) {
+        const auto expect = [&](long found, auto hit, const char* search) {
+          EXPECT_EQ(found, first_in(from, end, hit))
+              << search << " in " << text << " [" << from << ", " << end << ")";
+        };
+        expect(
+            find_name_end(text, from, end), [&](long at) { return is(at, " <>"); }, "name end");
+        expect(
+            find_lt(text, from, end), [&](long at) { return is(at, "<"); }, "<");
+        expect(
+            find_either(text, '>', '/', from, end), [&](long at) { return is(at, ">/"); },
+            "> or /");
+        expect(find_closing_start(text, from, end), closing, "</");
+        long last = -1;
+        for (long at = from; at < end; ++at) last = closing(at) ? at : last;
+        EXPECT_EQ(last_closing_start(text, from, end), last) << "last </ in " << text;
+      }
+    }
+  }
+  for (std::size_t size = 0; size <= 20; ++size) {
+    const std::string name(size, 'n');
+    for (std::size_t at = 0; at < size; ++at) {
+      std::string other = name;
+      other[at] = 'm';
+      EXPECT_FALSE(same_name(name, other)) << size << " " << at;
+    }
+    EXPECT_TRUE(same_name(name, std::string(size, 'n')));
+    EXPECT_FALSE(same_name(name, name + "n"));
+  }
 }
 
 // Which open element a closing tag closes: the one of the name that each "</" of the tag names,
