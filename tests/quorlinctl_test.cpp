@@ -105,7 +105,7 @@ TEST(Quorlinctl, EveryOperationPrintsItsJsonAndSendsItsRequest) {
        {"p2pnet_command=6&p2pnet_network=2", "p2pnet_command=6&p2pnet_network=3"}},
   };
   const std::string shares =
-      R"([{"Name":"docs","Type":1,"Path":"/srv/docs","AccessList":[{"Name":"ann","Type":0}]}])";
+      R"([{"Name":"docs","Type":1,"Path":"/srv/docs","AccessList":[{"Name":"ann","Type":null}]}])";
   for (const auto& [arguments, printed, requests] : rows) {
     SCOPED_TRACE(arguments);
     service.clear_requests();
@@ -140,6 +140,15 @@ TEST(Quorlinctl, NetworkNamesThatCouldForgeARow) {
   EXPECT_EQ(names[1]["Name"], "tab\there\vvt");
   EXPECT_EQ(names[3]["Name"], "\"q\" \xc3\xa9 \xef\xbf\xbd\xef\xbf\xbd");
   EXPECT_EQ(names[4]["Name"], nullptr);
+  // A record's own fields as rows. UTF-8 ends at U+10FFFF and has no surrogates or overlong forms.
+  service.answer_with(
+      "<ServiceState><Username>\xed\x9f\xbf\xed\xa0\x80\xed\xbf\xbf\xee\x80\x80"
+      "\xe0\x9f\xbf\xf4\x8f\xbf\xbf\xf4\x90\x80\x80</Username><Type>7</Type>"
+      "</ServiceState>\n");
+  EXPECT_EQ(ctl(service.port(), "status").out,
+            "FIELD     VALUE\nUsername  \xed\x9f\xbf\\xed\\xa0\\x80\\xed\\xbf\\xbf\xee\x80\x80"
+            "\\xe0\\x9f\\xbf\xf4\x8f\xbf\xbf\\xf4\\x90\\x80\\x80\nType      7\nStarted   0\n");
+  EXPECT_NE(ctl(service.port(), "--help").out.find("(default 30; 0: no limit)"), std::string::npos);
 }
 
 // Each failure: its exit status and its one message.
