@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <fcntl.h>
 #include <netinet/in.h>
 #include <sys/socket.h>
 #include <sys/wait.h>
@@ -12,10 +13,12 @@
 #include <csignal>
 #include <cstring>
 #include <string>
+#include <thread>
 #include <tuple>
 
 #include "quorlin/net/connection.hpp"
 #include "quorlin/net/proxy.hpp"
+#include "quorlin/net/wait_internal.hpp"
 #include "tests/support/peers.hpp"
 
 namespace quorlin {
@@ -38,6 +41,7 @@ TEST(UsableLocalAddress, SkipsLoopbackUnassignedAndLinkLocal) {
 // proxy's debug flag.
 TEST(NetOptions, ResolveHostAndDebug) {
   net_init();
+  EXPECT_FALSE(proxy_enabled());  // connections go direct until a caller switches it on
   EXPECT_EQ(resolve_host("localhost"), "127.0.0.1");
   EXPECT_EQ(resolve_host("127.0.0.1"), "127.0.0.1");
   ::testing::internal::CaptureStderr();
@@ -98,6 +102,7 @@ TEST(ProxySettings, KeysTypesAndUnknownKeys) {
 using testing::ScriptedServer;
 
 TEST(RecvExact, StatusAndCountTable) {
+  EXPECT_EQ(RECV_POLL_STEP_MS, 10);
   // Bytes sent before the call and whether the peer then closes; the length and time-out asked
   // for; the count and the status expected.
   const std::tuple<const char*, const char*, bool, long, int, long, int> cases[] = {
@@ -180,17 +185,18 @@ TEST(ConnectionOpen, ResultsTracesAndErrorsByThreshold) {
   const std::string trace =
       "Opening connection\n***** Creating socket ***** @ port 0\nSOURCE PORT "
       "0\n***** Connecting socket ***** @\nOpened connection\n";
-  // The threshold, the source and destination ports; the result (1: a descriptor of 1 or more;
-  // 0: standard input is closed first, so the socket is descriptor 0); what is printed to standard
-  // output ("@" stands for the descriptor) and to standard error.
-  const std::tuple<int, int, int, int, std::string, std::string> rows[] = {
-      {0, 0, server.port(), 1, trace, ""},
-      {0, 0, server.port(), 0, trace.substr(0, trace.size() - 18), ""},
-      {1, 0, server.port(), 1, "", ""},
-      {4, 0, closed, -2, "Could not connect\nCould not connect to server\n", ""},
-      {5, 0, closed, -2, "", ""},
-      {5, server.port(), server.port(), -1, "", "Bind error: Address already in use\n"}};
-  for (const auto& [threshold, source_port, port, result, out, err] : rows) {
+  // The threshold, the source and destination ports, whether standard input is closed first (so
+  // that the socket is descriptor 0); the result (1: a descriptor of 1 or more); what is printed
+  // to standard output ("@" stands for the descriptor) and to standard error.
+  const std::tuple<int, int, int, bool, int, std::string, std::string> rows[] = {
+      {0, 0, server.port(), false, 1, trace, ""},
+      {0, 0, server.port(), true, 0, trace.substr(0, trace.size() - 18), ""},
+      {1, 0, server.port(), false, 1, "", ""},
+      {4, 0, closed, false, -2, "Could not connect\nCould not connect to server\n", ""},
+      {5, 0, closed, false, -2, "", ""},
+      {5, 0, closed, true, -2, "", ""},
+      {5, server.port(), server.port(), false, -1, "", "Bind error: Address already in use\n"}};
+  for (const auto& [threshold, source_port, port, closes_stdin, result, out, err] : rows) {
     SCOPED_TRACE(threshold);
     net_set_option("debug", threshold);
     const int descriptors = testing::open_descriptor_count();
@@ -198,7 +204,7 @@ TEST(ConnectionOpen, ResultsTracesAndErrorsByThreshold) {
     const int saved_stdin = dup(0);
     ::testing::internal::CaptureStdout();
     ::testing::internal::CaptureStderr();
-    if (result == 0) close(0);
+    if (closes_stdin) close(0);
     const Connection connection = connection_open(source_port, "127.0.0.1", port);
     const std::string printed = ::testing::internal::GetCapturedStdout();
     EXPECT_EQ(::testing::internal::GetCapturedStderr(), err);
@@ -209,6 +215,7 @@ TEST(ConnectionOpen, ResultsTracesAndErrorsByThreshold) {
     }
     EXPECT_EQ(printed, expected_out);
     if (connection > 0) close(connection);
+    EXPECT_EQ(fcntl(0, F_GETFD) == -1, closes_stdin && connection < 0);  // a failure closed it
     dup2(saved_stdin, 0);  // closes a connection on descriptor 0
     close(saved_stdin);
     // The server's end closes in its own thread: count after it has.
@@ -238,15 +245,22 @@ TEST(ServerSocket, DatagramsArriveOrTimeOutAndStreamSocketsListen) {
   connection_close(sender);
   connection_close(receiver);
 
-  // A server socket is a stream socket unless asked otherwise, and listens: a connection to it
-  // is accepted into its backlog.
+  // A server socket is a stream socket unless asked otherwise, and listens with a backlog of 1,
+  // which Linux takes as room for two connections not yet accepted: a third waits.
   const int port = testing::free_port();
   const int listener = server_socket_open(port);
   ASSERT_GT(listener, 0);
-  const Connection client = connection_open(0, "127.0.0.1", port);
-  EXPECT_GT(client, 0);
-  connection_close(client);
-  connection_close(listener);
+  int clients[3];
+  for (int i = 0; i < 3; ++i) {
+    clients[i] = socket_open_any(0, false);
+    EXPECT_EQ(connect_within(clients[i], "127.0.0.1", port, 100), i < 2 ? 0 : -2) << i;
+  }
+  // The connect's time-out ends with it: a read without one waits for its byte.
+  const int accepted = accept(listener, nullptr, nullptr);
+  std::thread late([&] { usleep(50'000), send(accepted, "x", 1, 0); });
+  EXPECT_EQ(recv_exact_nostatus(clients[0], &clients[2], 1), 1);
+  late.join();
+  for (const int descriptor : {clients[0], clients[1], accepted, listener}) close(descriptor);
 }
 
 }  // namespace
