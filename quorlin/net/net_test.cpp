@@ -97,6 +97,16 @@ TEST(ProxySettings, KeysTypesAndUnknownKeys) {
   proxy_info_clear(info);
   EXPECT_EQ(info, (ProxyInfo{2, std::nullopt, 9050, std::nullopt, std::nullopt}));
   EXPECT_EQ(copy, (ProxyInfo{2, "h", 9050, std::nullopt, "pw"}));
+
+  // A null buffer or a negative size ends the process with the C library's assertion report.
+  using Violation = std::tuple<void*, long, std::string>;  // the last as a regular expression
+  for (const auto& [buffer, size, text] :
+       {Violation{nullptr, 1, "buf != \\(\\(void \\*\\)0\\)"}, Violation{&host, -1, "0<=size"}}) {
+    EXPECT_DEATH(atomic_out(0, buffer, size),
+                 "proxy:[0-9]+: atomic_out: Assertion `" + text + "' failed");
+    EXPECT_DEATH(atomic_in(0, buffer, size),
+                 "proxy:[0-9]+: atomic_in: Assertion `" + text + "' failed");
+  }
 }
 
 using testing::ScriptedServer;
