@@ -143,11 +143,10 @@ TEST(Quorlinctl, NetworkNamesThatCouldForgeARow) {
   // A record's own fields as rows. UTF-8 ends at U+10FFFF and has no surrogates or overlong forms.
   service.answer_with(
       "<ServiceState><Username>\xed\x9f\xbf\xed\xa0\x80\xed\xbf\xbf\xee\x80\x80"
-      "\xe0\x9f\xbf\xf4\x8f\xbf\xbf\xf4\x90\x80\x80</Username><Type>7</Type>"
-      "</ServiceState>\n");
+      "\xe0\x9f\xbf\xf4\x8f\xbf\xbf\xf4\x90\x80\x80</Username></ServiceState>\n");
   EXPECT_EQ(ctl(service.port(), "status").out,
             "FIELD     VALUE\nUsername  \xed\x9f\xbf\\xed\\xa0\\x80\\xed\\xbf\\xbf\xee\x80\x80"
-            "\\xe0\\x9f\\xbf\xf4\x8f\xbf\xbf\\xf4\\x90\\x80\\x80\nType      7\nStarted   0\n");
+            "\\xe0\\x9f\\xbf\xf4\x8f\xbf\xbf\\xf4\\x90\\x80\\x80\nType      -1\nStarted   0\n");
   EXPECT_NE(ctl(service.port(), "--help").out.find("(default 30; 0: no limit)"), std::string::npos);
 }
 
@@ -165,7 +164,7 @@ TEST(Quorlinctl, ExitStatusesAndMessages) {
       {Misbehaviour::kNone, "invite 12x a@b.c", 2, "quorlinctl: ID: "},
       {Misbehaviour::kNone, "invite '' a@b.c", 2, "quorlinctl: ID: "},
       {Misbehaviour::kNone, "invite 99999999999999999999 a@b.c", 2, "quorlinctl: ID: "},
-      {Misbehaviour::kNone, "netwrks", 2, "quorlinctl: "},
+      {Misbehaviour::kNone, "netwrks", 2, "quorlinctl: unknown command \"netwrks\"\n"},
       {Misbehaviour::kNone, "network show", 2, "quorlinctl: ID is required"},
       {Misbehaviour::kNone, "networks --bogus", 2, "quorlinctl: "},
       {Misbehaviour::kNone, "--timeout -1 status", 2, "quorlinctl: --timeout: "},

@@ -31,7 +31,6 @@ std::vector<std::string> keys_homed_at(std::uint32_t bucket, int how_many,
 }
 
 TEST(HashTable, SizesForTheExpectedCountAndGrowsAtTheLoadLimit) {
-  EXPECT_EQ(hash_string("a"), 5381u * 33 + 'a');
   EXPECT_EQ(hash_string("\xff"), 5381u * 33 + 0xff);  // bytes are taken unsigned
   EXPECT_EQ(hash_string("glidphc"), 1u);              // its sum is 0, which marks unused slots
   for (const auto& [expected, buckets] :
