@@ -50,8 +50,10 @@ TEST(ServiceOperations, ResultsAgainstTheSimulator) {
   EXPECT_EQ(send_chat_message(1, "bob", "hi & bye"), 0);
   EXPECT_EQ(set_service_type(2), 0);
   EXPECT_EQ(get_service_state(0)->type, 2);
-  ASSERT_NE(get_notifications(0), nullptr);
-  EXPECT_EQ(get_notifications(0)->first, nullptr);
+  EXPECT_EQ(list_count(*get_notifications(0)), 0);
+  const Connection connection = connect_to_service();
+  EXPECT_GT(connection, 0);
+  EXPECT_EQ(close_service_connection(connection), 0);
   EXPECT_EQ(post_network_peer(2, "zoe"), 0);
   PeerConnectionInfo untouched{};
   EXPECT_EQ(get_connection_info(1, "nobody", untouched), -1);
