@@ -96,7 +96,7 @@ TEST(Quorlinctl, EveryOperationPrintsItsJsonAndSendsItsRequest) {
        {"p2pnet_command=14&p2pnet_network=1&p2pnet_share_type=1",
         "<Shares><FolderShare><Name>docs</Name><Type>1</Type><AccessList><Accessor><Name>ann"
         "</Name><Type>0</Type></Accessor></AccessList><Path>/srv/docs</Path></FolderShare>"
-        "</Shares>"}},
+        "<Share><Name>x</Name><Type>2</Type><AccessList></AccessList></Share></Shares>"}},
       {"--json set connection-type 1 4",
        "{}",
        {"p2pnet_command=15&p2pnet_type=1&p2pnet_conn_type=4"}},
@@ -105,7 +105,8 @@ TEST(Quorlinctl, EveryOperationPrintsItsJsonAndSendsItsRequest) {
        {"p2pnet_command=6&p2pnet_network=2", "p2pnet_command=6&p2pnet_network=3"}},
   };
   const std::string shares =
-      R"([{"Name":"docs","Type":1,"Path":"/srv/docs","AccessList":[{"Name":"ann","Type":null}]}])";
+      R"([{"Name":"docs","Type":1,"Path":"/srv/docs","AccessList":[{"Name":"ann","Type":null}]},)"
+      R"({"Name":"x","Type":2}])";
   for (const auto& [arguments, printed, requests] : rows) {
     SCOPED_TRACE(arguments);
     service.clear_requests();
