@@ -96,7 +96,7 @@ TEST(Quorlinctl, EveryOperationPrintsItsJsonAndSendsItsRequest) {
        {"p2pnet_command=14&p2pnet_network=1&p2pnet_share_type=1",
         "<Shares><FolderShare><Name>docs</Name><Type>1</Type><AccessList><Accessor><Name>ann"
         "</Name><Type>0</Type></Accessor></AccessList><Path>/srv/docs</Path></FolderShare>"
-        "</Shares>"}},
+        "<Share><Name>x</Name><Type>2</Type><AccessList></AccessList></Share></Shares>"}},
       {"--json set connection-type 1 4",
        "{}",
        {"p2pnet_command=15&p2pnet_type=1&p2pnet_conn_type=4"}},
@@ -105,7 +105,8 @@ TEST(Quorlinctl, EveryOperationPrintsItsJsonAndSendsItsRequest) {
        {"p2pnet_command=6&p2pnet_network=2", "p2pnet_command=6&p2pnet_network=3"}},
   };
   const std::string shares =
-      R"([{"Name":"docs","Type":1,"Path":"/srv/docs","AccessList":[{"Name":"ann","Type":0}]}])";
+      R"([{"Name":"docs","Type":1,"Path":"/srv/docs","AccessList":[{"Name":"ann","Type":null}]},)"
+      R"({"Name":"x","Type":2}])";
   for (const auto& [arguments, printed, requests] : rows) {
     SCOPED_TRACE(arguments);
     service.clear_requests();
@@ -140,6 +141,14 @@ TEST(Quorlinctl, NetworkNamesThatCouldForgeARow) {
   EXPECT_EQ(names[1]["Name"], "tab\there\vvt");
   EXPECT_EQ(names[3]["Name"], "\"q\" \xc3\xa9 \xef\xbf\xbd\xef\xbf\xbd");
   EXPECT_EQ(names[4]["Name"], nullptr);
+  // A record's own fields as rows. UTF-8 ends at U+10FFFF and has no surrogates or overlong forms.
+  service.answer_with(
+      "<ServiceState><Username>\xed\x9f\xbf\xed\xa0\x80\xed\xbf\xbf\xee\x80\x80"
+      "\xe0\x9f\xbf\xf4\x8f\xbf\xbf\xf4\x90\x80\x80</Username></ServiceState>\n");
+  EXPECT_EQ(ctl(service.port(), "status").out,
+            "FIELD     VALUE\nUsername  \xed\x9f\xbf\\xed\\xa0\\x80\\xed\\xbf\\xbf\xee\x80\x80"
+            "\\xe0\\x9f\\xbf\xf4\x8f\xbf\xbf\\xf4\\x90\\x80\\x80\nType      -1\nStarted   0\n");
+  EXPECT_NE(ctl(service.port(), "--help").out.find("(default 30; 0: no limit)"), std::string::npos);
 }
 
 // Each failure: its exit status and its one message.
@@ -156,7 +165,7 @@ TEST(Quorlinctl, ExitStatusesAndMessages) {
       {Misbehaviour::kNone, "invite 12x a@b.c", 2, "quorlinctl: ID: "},
       {Misbehaviour::kNone, "invite '' a@b.c", 2, "quorlinctl: ID: "},
       {Misbehaviour::kNone, "invite 99999999999999999999 a@b.c", 2, "quorlinctl: ID: "},
-      {Misbehaviour::kNone, "netwrks", 2, "quorlinctl: "},
+      {Misbehaviour::kNone, "netwrks", 2, "quorlinctl: unknown command \"netwrks\"\n"},
       {Misbehaviour::kNone, "network show", 2, "quorlinctl: ID is required"},
       {Misbehaviour::kNone, "networks --bogus", 2, "quorlinctl: "},
       {Misbehaviour::kNone, "--timeout -1 status", 2, "quorlinctl: --timeout: "},

@@ -40,42 +40,21 @@ TEST(ServiceOperations, WithoutAServiceEachShapeFailsItsOwnWay) {
   EXPECT_STREQ(buffer, "untouched");
 }
 
-// What each operation at the default address makes of the service's answers. The request bytes
-// of every operation are asserted through quorlinctl, which calls the same request cycle.
+// What the operations at the default address make of the service's answers, where neither the
+// replies below nor quorlinctl (the same request cycle, which asserts every request's bytes and
+// every record's fields) nor quorlinadmin already shows it.
 TEST(ServiceOperations, ResultsAgainstTheSimulator) {
   ServiceSimulator service;
   ASSERT_TRUE(service.start()) << "port 7000 is taken";
-  char buffer[64] = {};
-
-  EXPECT_EQ(get_networks(0)->first->item->name, "Friends");
   EXPECT_EQ(drop_network(17), 0);
-  EXPECT_NE(invite_member(2, "x y@z.org"), nullptr);
-  EXPECT_EQ(get_local_ip(buffer), 0);
-  EXPECT_STREQ(buffer, "192.168.7.2");
-  EXPECT_EQ(get_peer_ip(1, "alice", buffer), 0);
-  EXPECT_STREQ(buffer, "10.0.1.2");
   EXPECT_EQ(send_chat_message(1, "bob", "hi & bye"), 0);
-  EXPECT_EQ(receive_chat_message(1, "bob", buffer), 0);
-  EXPECT_STREQ(buffer, "hi & bye");
   EXPECT_EQ(set_service_type(2), 0);
   EXPECT_EQ(get_service_state(0)->type, 2);
-  ASSERT_NE(get_notifications(0), nullptr);
-  EXPECT_EQ(get_notifications(0)->first, nullptr);
-  ShareList shares;
-  list_append(shares, folder_share_new("docs", "/srv/docs"));
-  EXPECT_EQ(set_shares(1, 1, shares), 0);
-  EXPECT_EQ(set_connection_type(1, 4), 0);
+  EXPECT_EQ(list_count(*get_notifications(0)), 0);
+  const Connection connection = connect_to_service();
+  EXPECT_GT(connection, 0);
+  EXPECT_EQ(close_service_connection(connection), 0);
   EXPECT_EQ(post_network_peer(2, "zoe"), 0);
-  TextList members;
-  list_append(members, Text("a"));
-  auto network = add_network("n", members, 0, 1);
-  ASSERT_NE(network, nullptr);
-  EXPECT_EQ(network->name, "n");
-  PeerConnectionInfo info{};
-  EXPECT_EQ(get_connection_info(1, "alice", info), 0);
-  EXPECT_STREQ(info.peer, "alice");
-  EXPECT_STREQ(info.peer_host_ip, "203.0.113.7");
-  EXPECT_EQ(info.initiator, 1);
   PeerConnectionInfo untouched{};
   EXPECT_EQ(get_connection_info(1, "nobody", untouched), -1);
   EXPECT_STREQ(untouched.peer, "");

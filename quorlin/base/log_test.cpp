@@ -45,6 +45,13 @@ class LogTest : public ::testing::Test {
 // of 3 reopens it at the 4th; entries from the flush threshold on reach the disk at once; a second
 // log_init keeps the open file. Defined first: the default must not have been changed before.
 TEST_F(LogTest, EntryLimitFlushThresholdAndSecondInit) {
+  // A log that was never started keeps the file opened for it through log_shutdown.
+  log_set_string("log_file_name", path_.c_str());
+  log_set_int("log_type", 1);
+  const int descriptors = testing::open_descriptor_count();
+  ASSERT_EQ(log_open_file(), 0);
+  log_shutdown();
+  EXPECT_EQ(testing::open_descriptor_count(), descriptors + 1);
   start(1, path_, -2, 0);
   for (int i = 0; i < 1000; ++i) log_printf("%c", 'a');
   EXPECT_EQ(testing::file_text(path_), std::string(1000, 'a'));

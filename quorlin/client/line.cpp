@@ -21,9 +21,9 @@ namespace quorlin {
 namespace {
 
 // A reply line is usually a few dozen bytes, and sometimes a whole document of many megabytes:
-// the peek starts small and doubles, so short lines cost little and long ones few system calls.
+// each peek fills the room the line has, which starts small and doubles as it fills, so short
+// lines cost little and long ones few system calls.
 constexpr std::size_t kFirstPeekBlock = 1024;
-constexpr std::size_t kLargestPeekBlock = 1024 * 1024;
 // Above this a line moves to a mapping of its own, which grows without copying.
 constexpr std::size_t kLargestHeapLine = 64 * 1024;
 
@@ -95,11 +95,11 @@ char* ReceivedLine::room_for(std::size_t extra) {
 ReceivedLine receive_line(Connection connection, int timeout_ms, int& status) {
   ReceivedLine line;
   status = 0;
-  for (std::size_t block = kFirstPeekBlock;; block = std::min(2 * block, kLargestPeekBlock)) {
+  for (;;) {
     status = wait_readable(connection, timeout_ms);
     if (status != 1) break;
-    char* into = line.room_for(block + 1);  // and a byte for the NUL put after the line
-    const ssize_t peeked = recv(connection, into, block, MSG_PEEK);
+    char* into = line.room_for(2);  // a byte at least, and one for the NUL put after the line
+    const ssize_t peeked = recv(connection, into, line.capacity_ - line.size_ - 1, MSG_PEEK);
     if (peeked < 1) {
       status = static_cast<int>(peeked);
       break;

@@ -30,6 +30,7 @@ namespace {
 
 constexpr char kVersion[] = "quorlinctl " QUORLIN_VERSION;
 constexpr std::size_t kReplyBufferSize = 64 * 1024;
+constexpr int kDefaultTimeoutSeconds = 30;  // the help text shows it
 
 // A failure to report: the exit status and its one-line message.
 struct Failure {
@@ -495,9 +496,10 @@ int quorlinctl_main(int argc, char** argv) {
   std::string service_text;
   app.add_option("--service", service_text, "HOST:PORT of the service (default 127.0.0.1:7000)")
       ->envname("QUORLIN_SERVICE");
-  double timeout_seconds = 30;
+  double timeout_seconds = kDefaultTimeoutSeconds;
   app.add_option("--timeout", timeout_seconds,
-                 "seconds for the connect and each reply (default 30; 0: no limit)")
+                 "seconds for the connect and each reply (default " +
+                     std::to_string(kDefaultTimeoutSeconds) + "; 0: no limit)")
       ->check(CLI::NonNegativeNumber);
   app.parse_complete_callback([&] {
     if (!service_text.empty()) {

@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <fcntl.h>
 #include <netinet/in.h>
 #include <sys/socket.h>
 #include <sys/wait.h>
@@ -16,6 +17,7 @@
 
 #include "quorlin/net/connection.hpp"
 #include "quorlin/net/proxy.hpp"
+#include "quorlin/net/wait_internal.hpp"
 #include "tests/support/peers.hpp"
 
 namespace quorlin {
@@ -30,7 +32,6 @@ TEST(UsableLocalAddress, SkipsLoopbackUnassignedAndLinkLocal) {
   set_preferred_address("10.0.0.2");
   EXPECT_FALSE(is_usable_local_address("10.0.0.1"));
   EXPECT_TRUE(is_usable_local_address("10.0.0.2"));
-  EXPECT_FALSE(is_usable_local_address("127.0.0.1"));
   set_preferred_address(std::nullopt);
 }
 
@@ -38,6 +39,7 @@ TEST(UsableLocalAddress, SkipsLoopbackUnassignedAndLinkLocal) {
 // proxy's debug flag.
 TEST(NetOptions, ResolveHostAndDebug) {
   net_init();
+  EXPECT_FALSE(proxy_enabled());  // connections go direct until a caller switches it on
   EXPECT_EQ(resolve_host("localhost"), "127.0.0.1");
   EXPECT_EQ(resolve_host("127.0.0.1"), "127.0.0.1");
   ::testing::internal::CaptureStderr();
@@ -93,11 +95,22 @@ TEST(ProxySettings, KeysTypesAndUnknownKeys) {
   proxy_info_clear(info);
   EXPECT_EQ(info, (ProxyInfo{2, std::nullopt, 9050, std::nullopt, std::nullopt}));
   EXPECT_EQ(copy, (ProxyInfo{2, "h", 9050, std::nullopt, "pw"}));
+
+  // A null buffer or a negative size ends the process with the C library's assertion report.
+  using Violation = std::tuple<void*, long, std::string>;  // the last as a regular expression
+  for (const auto& [buffer, size, text] :
+       {Violation{nullptr, 1, "buf != \\(\\(void \\*\\)0\\)"}, Violation{&host, -1, "0<=size"}}) {
+    EXPECT_DEATH(atomic_out(0, buffer, size),
+                 "proxy:[0-9]+: atomic_out: Assertion `" + text + "' failed");
+    EXPECT_DEATH(atomic_in(0, buffer, size),
+                 "proxy:[0-9]+: atomic_in: Assertion `" + text + "' failed");
+  }
 }
 
 using testing::ScriptedServer;
 
 TEST(RecvExact, StatusAndCountTable) {
+  EXPECT_EQ(RECV_POLL_STEP_MS, 10);
   // Bytes sent before the call and whether the peer then closes; the length and time-out asked
   // for; the count and the status expected.
   const std::tuple<const char*, const char*, bool, long, int, long, int> cases[] = {
@@ -180,17 +193,18 @@ TEST(ConnectionOpen, ResultsTracesAndErrorsByThreshold) {
   const std::string trace =
       "Opening connection\n***** Creating socket ***** @ port 0\nSOURCE PORT "
       "0\n***** Connecting socket ***** @\nOpened connection\n";
-  // The threshold, the source and destination ports; the result (1: a descriptor of 1 or more;
-  // 0: standard input is closed first, so the socket is descriptor 0); what is printed to standard
-  // output ("@" stands for the descriptor) and to standard error.
-  const std::tuple<int, int, int, int, std::string, std::string> rows[] = {
-      {0, 0, server.port(), 1, trace, ""},
-      {0, 0, server.port(), 0, trace.substr(0, trace.size() - 18), ""},
-      {1, 0, server.port(), 1, "", ""},
-      {4, 0, closed, -2, "Could not connect\nCould not connect to server\n", ""},
-      {5, 0, closed, -2, "", ""},
-      {5, server.port(), server.port(), -1, "", "Bind error: Address already in use\n"}};
-  for (const auto& [threshold, source_port, port, result, out, err] : rows) {
+  // The threshold, the source and destination ports, whether standard input is closed first (so
+  // that the socket is descriptor 0); the result (1: a descriptor of 1 or more); what is printed
+  // to standard output ("@" stands for the descriptor) and to standard error.
+  const std::tuple<int, int, int, bool, int, std::string, std::string> rows[] = {
+      {0, 0, server.port(), false, 1, trace, ""},
+      {0, 0, server.port(), true, 0, trace.substr(0, trace.size() - 18), ""},
+      {1, 0, server.port(), false, 1, "", ""},
+      {4, 0, closed, false, -2, "Could not connect\nCould not connect to server\n", ""},
+      {5, 0, closed, false, -2, "", ""},
+      {5, 0, closed, true, -2, "", ""},
+      {5, server.port(), server.port(), false, -1, "", "Bind error: Address already in use\n"}};
+  for (const auto& [threshold, source_port, port, closes_stdin, result, out, err] : rows) {
     SCOPED_TRACE(threshold);
     net_set_option("debug", threshold);
     const int descriptors = testing::open_descriptor_count();
@@ -198,7 +212,7 @@ TEST(ConnectionOpen, ResultsTracesAndErrorsByThreshold) {
     const int saved_stdin = dup(0);
     ::testing::internal::CaptureStdout();
     ::testing::internal::CaptureStderr();
-    if (result == 0) close(0);
+    if (closes_stdin) close(0);
     const Connection connection = connection_open(source_port, "127.0.0.1", port);
     const std::string printed = ::testing::internal::GetCapturedStdout();
     EXPECT_EQ(::testing::internal::GetCapturedStderr(), err);
@@ -209,6 +223,7 @@ TEST(ConnectionOpen, ResultsTracesAndErrorsByThreshold) {
     }
     EXPECT_EQ(printed, expected_out);
     if (connection > 0) close(connection);
+    EXPECT_EQ(fcntl(0, F_GETFD) == -1, closes_stdin && connection < 0);  // a failure closed it
     dup2(saved_stdin, 0);  // closes a connection on descriptor 0
     close(saved_stdin);
     // The server's end closes in its own thread: count after it has.
@@ -231,22 +246,26 @@ TEST(ServerSocket, DatagramsArriveOrTimeOutAndStreamSocketsListen) {
 
   int sender = socket_open_any(0, true);
   EXPECT_EQ(send_datagram(sender, "x", 1, nullptr, 0), -1);  // no destination, not connected
-  EXPECT_EQ(send_datagram(sender, "hello", 5, reinterpret_cast<sockaddr*>(&address), length), 5);
-  // A time-out of 0 still takes a datagram that is waiting.
-  auto buffer = recv_datagram(receiver, got, 0);
-  EXPECT_EQ(std::string(buffer.get(), got), "hello");
+  for (const int timeout_ms : {0, NO_TIMEOUT}) {  // a time-out of 0 still takes a waiting datagram
+    EXPECT_EQ(send_datagram(sender, "hello", 5, reinterpret_cast<sockaddr*>(&address), length), 5);
+    auto buffer = timeout_ms == 0 ? recv_datagram(receiver, got, 0) : recv_datagram(receiver, got);
+    EXPECT_EQ(std::string(buffer.get(), got), "hello");
+  }
   connection_close(sender);
   connection_close(receiver);
 
-  // A server socket is a stream socket unless asked otherwise, and listens: a connection to it
-  // is accepted into its backlog.
+  // A server socket is a stream socket unless asked otherwise, and listens with a backlog of 1,
+  // which Linux takes as room for two connections not yet accepted: a third waits.
   const int port = testing::free_port();
   const int listener = server_socket_open(port);
   ASSERT_GT(listener, 0);
-  const Connection client = connection_open(0, "127.0.0.1", port);
-  EXPECT_GT(client, 0);
-  connection_close(client);
-  connection_close(listener);
+  int clients[3];
+  for (int i = 0; i < 3; ++i) {
+    clients[i] = socket_open_stream(0);
+    EXPECT_EQ(connect_within(clients[i], "127.0.0.1", port, 100), i < 2 ? 0 : -2) << i;
+  }
+  EXPECT_EQ(fcntl(clients[0], F_GETFL) & O_NONBLOCK, 0);  // the connect's time-out ends with it
+  for (const int descriptor : {clients[0], clients[1], clients[2], listener}) close(descriptor);
 }
 
 }  // namespace
