@@ -193,6 +193,7 @@ TEST(RecordXml, BuiltRecordsAndNotifications) {
             "<Notifications><Notification><Type>7</Type><Username>u</Username><Member>m</Member>"
             "<PrevMember>p</PrevMember></Notification></Notifications>");
   EXPECT_EQ(notification_list_parse(written)->first, nullptr);
+  EXPECT_EQ(notification_list_from_xml(*xml_parse("<Shares/>"))->first, nullptr);
   EXPECT_EQ(notification_list_parse("<"), nullptr);
   EXPECT_EQ(add_network_request_to_text(*add_network_request_new(std::nullopt, nullptr, 0, 0)),
             "<AddNetworkRequest><Name></Name><Members></Members><Type>0</Type><ConnectionType>0"
@@ -224,6 +225,8 @@ TEST(RecordXml, TreeEntryPointsAddTheSameElements) {
   share_list_read(shares, all);
   AccessList access;
   access_list_read(child(child(shares, 0), 2), access);
+  AccessorList accessors;
+  accessor_read(child(child(child(shares, 0), 2), 0), accessors);
   TextList texts;
   string_list_read(child(child(*tree, 0), 5), "Messages", "Message", texts);
   NotificationList notifications;
@@ -231,13 +234,14 @@ TEST(RecordXml, TreeEntryPointsAddTheSameElements) {
   // Each writer under a parent <P>, and what it writes there.
   const std::pair<std::function<void(XmlNode&)>, std::string> writes[] = {
       {[&](XmlNode& p) { peer_member_write(read, p); }, member},
+      {[&](XmlNode& p) { peer_network_write(network, p); }, peer_network_to_text(network)},
       {[&](XmlNode& p) { peer_member_list_write(network.peer_members, p); },
        "<PeerMembers>" + member + "</PeerMembers>"},
       {[&](XmlNode& p) { share_write(*one.first->item, p); }, folder},
       {[&](XmlNode& p) { share_list_write(all, "S", p); }, "<S>" + folder + "</S>"},
       {[&](XmlNode& p) { access_list_write(access, p); },
        "<AccessList><Accessor><Name>a</Name><Type>0</Type></Accessor></AccessList>"},
-      {[&](XmlNode& p) { accessor_write(*access.accessors.first->item, p); },
+      {[&](XmlNode& p) { accessor_write(*accessors.first->item, p); },
        "<Accessor><Name>a</Name><Type>0</Type></Accessor>"},
       {[&](XmlNode& p) { string_list_write(texts, "Ms", "M", p); }, "<Ms><M>m</M></Ms>"},
       {[&](XmlNode& p) { notification_write(*notification_new_kind7("u", "m", "q"), p); },

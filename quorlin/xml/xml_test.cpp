@@ -82,10 +82,12 @@ TEST(XmlParse, ElementRangeAppendsToAGivenParent) {
   EXPECT_EQ(xml_parse_element(parent.get(), text, 7, static_cast<long>(text.size())), nullptr);
   EXPECT_EQ(describe(parent.get()), "p(a='1',b)='text'");
   xml_parse_attributes(*parent, "=v", 0, 2);  // from the text's first byte, "=": an empty name
-  EXPECT_EQ(describe(parent.get()), "p[=v](a='1',b)='text'");
+  xml_parse_attribute(*parent, "<x k=\"w\" q>", 3, 8);
+  xml_parse_attribute(*parent, "<x q>", 3, 4);  // no "=": nothing
+  EXPECT_EQ(describe(parent.get()), "p[=v;k=w](a='1',b)='text'");
   // The range ends before the ">" of "<abcdefghijklmn/>": there is no element in it.
   xml_parse_element(parent.get(), "<abcdefghijklmn/>", 0, 16);
-  EXPECT_EQ(describe(parent.get()), "p[=v](a='1',b)='text'");
+  EXPECT_EQ(describe(parent.get()), "p[=v;k=w](a='1',b)='text'");
   // The range ends where "</r>" begins: r is not closed inside it.
   EXPECT_EQ(describe(xml_parse_element(nullptr, "<r></q><x</r>", 0, 9).get()), "null");
 }
