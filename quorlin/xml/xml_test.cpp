@@ -121,48 +121,41 @@ TEST(XmlParse, HostileShapesStayLinear) {
 // matter, and so does the comparison of names of every size against each one-byte change.
 TEST(TagScanner, SearchesAgreeWithAByteByByteReading) {
   using namespace xml_scan;
-  const auto first_in = [](long from, long end, auto hit) {
-    for (long at = from; at < end; ++at) {
-      if (hit(at)) return at;
-    }
-    return -1L;
-  };
+  using Search = long (*)(std::string_view, long, long);
+  const std::pair<Search, std::string_view> first_of[] = {
+      {find_name_end, " <>"},
+      {find_lt, "<"},
+      {[](std::string_view text, long from, long end) {
+         return find_either(text, '>', '/', from, end);
+       },
+       ">/"},
+      {find_closing_start, "</"},
+      {last_closing_start, "</"}};  // the last one
   std::minstd_rand random(7);
   for (int round = 0; round < 300; ++round) {
     std::string text(random() % 48, ' ');
     for (char& byte : text) byte = "<>/ a"[random() % 5];
-    const auto is = [&](long at, std::string_view bytes) {
-      return bytes.find(text[at]) != bytes.npos;
-    };
-    const auto closing = [&](long at) {
-      return is(at, "<") && at + 1 < long(text.size()) && text[at + 1] == '/';
-    };
-    for (long from = 0; from <= long(text.size()); ++from) {
-      for (long end = from; end <= long(text.size()); ++end) {
-        const auto expect = [&](long found, auto hit, const char* search) {
-          EXPECT_EQ(found, first_in(from, end, hit))
-              << search << " in " << text << " [" << from << ", " << end << ")";
-        };
-        expect(
-            find_name_end(text, from, end), [&](long at) { return is(at, " <>"); }, "name end");
-        expect(
-            find_lt(text, from, end), [&](long at) { return is(at, "<"); }, "<");
-        expect(
-            find_either(text, '>', '/', from, end), [&](long at) { return is(at, ">/"); },
-            "> or /");
-        expect(find_closing_start(text, from, end), closing, "</");
-        long last = -1;
-        for (long at = from; at < end; ++at) last = closing(at) ? at : last;
-        EXPECT_EQ(last_closing_start(text, from, end), last) << "last </ in " << text;
+    const long size = static_cast<long>(text.size());
+    for (long from = 0; from <= size; ++from) {
+      for (long end = from; end <= size; ++end) {
+        for (const auto& [search, bytes] : first_of) {
+          const bool closing = bytes == "</", last = search == last_closing_start;
+          long expected = -1;
+          for (long at = from; at < end && (expected < 0 || last); ++at) {
+            const bool hit =
+                closing ? text.compare(at, 2, "</") == 0 : bytes.find(text[at]) != bytes.npos;
+            if (hit) expected = at;
+          }
+          EXPECT_EQ(search(text, from, end), expected)
+              << bytes << " in " << text << " [" << from << ", " << end << ")";
+        }
       }
     }
   }
   for (std::size_t size = 0; size <= 20; ++size) {
     const std::string name(size, 'n');
     for (std::size_t at = 0; at < size; ++at) {
-      std::string other = name;
-      other[at] = 'm';
-      EXPECT_FALSE(same_name(name, other)) << size << " " << at;
+      EXPECT_FALSE(same_name(name, std::string(name).replace(at, 1, "m"))) << size << " " << at;
     }
     EXPECT_TRUE(same_name(name, std::string(size, 'n')));
     EXPECT_FALSE(same_name(name, name + "n"));
