@@ -52,21 +52,14 @@ class RecordOut {
     const auto end = std::to_chars(digits, digits + sizeof digits, value).ptr;
     xml_->element(name, std::string_view(digits, end - digits));
   }
-  void begin_record(std::string_view name) {
+  // A record's element and, with `list`, a List's; each open is closed by the same `list`.
+  void open(std::string_view name, bool list) {
     if (xml_ != nullptr) return xml_->open(name);
-    visitor_->begin_record(name);
+    list ? visitor_->begin_list(name) : visitor_->begin_record(name);
   }
-  void end_record(std::string_view name) {
+  void close(std::string_view name, bool list) {
     if (xml_ != nullptr) return xml_->close(name);
-    visitor_->end_record();
-  }
-  void begin_list(std::string_view name) {
-    if (xml_ != nullptr) return xml_->open(name);
-    visitor_->begin_list(name);
-  }
-  void end_list(std::string_view name) {
-    if (xml_ != nullptr) return xml_->close(name);
-    visitor_->end_list();
+    list ? visitor_->end_list() : visitor_->end_record();
   }
 
  private:
@@ -257,11 +250,11 @@ void write_record(const Schema<Record, Owner>& schema, const Record& record, Rec
   if (schema.written != nullptr && !schema.written(record)) return;
   const std::string_view name =
       schema.element_of != nullptr ? schema.element_of(record) : schema.element;
-  out.begin_record(name);
+  out.open(name, false);
   for (const Field<Record>& field : schema.fields) {
     if (field.write != nullptr) field.write(field, record, out);
   }
-  out.end_record(name);
+  out.close(name, false);
 }
 
 // Writes the List as an element named `name` holding its records in List order. A null item (a
@@ -269,11 +262,11 @@ void write_record(const Schema<Record, Owner>& schema, const Record& record, Rec
 template <typename Item, typename Owner>
 void write_records(const Schema<Item, Owner>& item, const List<std::unique_ptr<Item>>& list,
                    std::string_view name, RecordOut& out) {
-  out.begin_list(name);
+  out.open(name, true);
   for (const auto& record : list) {
     if (record) write_record(item, *record, out);
   }
-  out.end_list(name);
+  out.close(name, true);
 }
 
 // --- the kinds of field ---

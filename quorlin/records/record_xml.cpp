@@ -346,11 +346,11 @@ void xml_set_text_long(XmlNode& element, long number) {
 
 void schema::write_texts(const TextList* list, std::string_view name, std::string_view item,
                          RecordOut& out) {
-  out.begin_list(name);
+  out.open(name, true);
   if (list != nullptr) {
     for (const Text& text : *list) out.text(item, text ? OptionalText(*text) : std::nullopt);
   }
-  out.end_list(name);
+  out.close(name, true);
 }
 
 RecordVisitor::~RecordVisitor() = default;
