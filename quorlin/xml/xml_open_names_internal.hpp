@@ -213,10 +213,16 @@ class OpenNames {
     std::uint32_t holds_lt : 1;
     std::uint32_t hash;
   };
-  struct Slot {
-    std::uint32_t hash;
-    std::uint32_t frame_after;  // the frame's index + 1; 0 for a free slot, as made
-  };
+  // A slot is one word: 0 when free, as made; else the frame's index + 1 in as many low bits as
+  // the table has slots (at most half of them are used), under the bits of the frame's hash
+  // above those. A probe then tells names apart by the hash without reading their frames, and
+  // a deep document's table takes half the memory that a slot holding the whole hash would.
+  using Slot = std::uint32_t;
+  Slot slot_for(std::size_t frame, std::uint32_t hash) const {
+    return static_cast<Slot>((hash & ~mask_) | (frame + 1));
+  }
+  std::size_t frame_after(Slot slot) const { return slot & mask_; }
+  bool same_hash(Slot slot, std::uint32_t hash) const { return ((slot ^ hash) & ~mask_) == 0; }
 
   // The frames, in chunks that never move: growing copies no frame, and a deeply nested
   // document never holds a second array of them.
@@ -257,10 +263,11 @@ class OpenNames {
   // other slot holds it).
   long find_entered(std::string_view name, std::uint32_t hash) const {
     for (std::size_t slot = hash & mask_;; slot = (slot + 1) & mask_) {
-      const Slot& entry = slots_[slot];
-      if (entry.frame_after == 0) return -1;
-      const std::size_t frame = entry.frame_after - 1;
-      if (entry.hash == hash && xml_scan::same_name(this->name(frame), name)) {
+      const Slot entry = slots_[slot];
+      if (entry == 0) return -1;
+      if (!same_hash(entry, hash)) continue;
+      const std::size_t frame = frame_after(entry) - 1;
+      if (frames_.at(frame).hash == hash && xml_scan::same_name(this->name(frame), name)) {
         return frame < size_ ? static_cast<long>(frame) : -1;
       }
     }
@@ -289,13 +296,15 @@ class OpenNames {
     const Frame& frame = frames_.at(entered_);
     const std::string_view entering{frame.name, frame.size};
     std::size_t slot = frame.hash & mask_;
-    for (; slots_[slot].frame_after != 0; slot = (slot + 1) & mask_) {
-      const Slot& entry = slots_[slot];
-      if (entry.hash == frame.hash && xml_scan::same_name(name(entry.frame_after - 1), entering)) {
+    for (; slots_[slot] != 0; slot = (slot + 1) & mask_) {
+      const Slot entry = slots_[slot];
+      if (!same_hash(entry, frame.hash)) continue;
+      const Frame& other = frames_.at(frame_after(entry) - 1);
+      if (other.hash == frame.hash && xml_scan::same_name({other.name, other.size}, entering)) {
         return false;
       }
     }
-    slots_[slot] = Slot{frame.hash, static_cast<std::uint32_t>(entered_ + 1)};
+    slots_[slot] = slot_for(entered_, frame.hash);
     ++entered_;
     return true;
   }
@@ -305,15 +314,15 @@ class OpenNames {
   void leave_table() {
     for (; entered_ > size_; --entered_) {
       std::size_t slot = frames_.at(entered_ - 1).hash & mask_;
-      while (slots_[slot].frame_after != entered_) slot = (slot + 1) & mask_;
-      slots_[slot].frame_after = 0;
+      while (frame_after(slots_[slot]) != entered_) slot = (slot + 1) & mask_;
+      slots_[slot] = 0;
     }
   }
 
   void insert(std::size_t frame, std::uint32_t hash) {
     std::size_t slot = hash & mask_;
-    while (slots_[slot].frame_after != 0) slot = (slot + 1) & mask_;
-    slots_[slot] = Slot{hash, static_cast<std::uint32_t>(frame + 1)};
+    while (slots_[slot] != 0) slot = (slot + 1) & mask_;
+    slots_[slot] = slot_for(frame, hash);
   }
 
   // Twice the slots, refilled in stack order: the table that inserting them in order gives.
