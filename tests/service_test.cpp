@@ -122,6 +122,8 @@ TEST(ServiceReplies, ResultsAndCopiesForEachShapeOfReply) {
       // A second line that ends by the close, not by its LF, is not read.
       {"p2pnet_retval=0\r\n<PeerConnectionInfo><Peer>x</Peer></PeerConnectionInfo>",
        connection_info, "0 kept 0 0"},
+      {"p2pnet_retval=0\r\n<PeerConnectionInfo><Peer>x</Peer></PeerConnectionInfo>\n",
+       connection_info, "0 x 0 0"},
       {"p2pnet_retval=0\r\n<PeerConnectionInfo><Peer>" + std::string(5000, 'p') +
            "</Peer><PeerIp>" + std::string(500, '1') + "</PeerIp><PeerHostIp>" +
            std::string(48, '2') + "</PeerHostIp></PeerConnectionInfo>\n",
