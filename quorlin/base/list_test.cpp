@@ -45,6 +45,7 @@ TEST(List, EditsKeepTheLinksAndFindItemsByIdentity) {
   EXPECT_EQ(list_insert_at(list, &b, 3)->item, &b);
   list_insert_at(list, &a, 1);
   EXPECT_EQ(items_of(list), (Items{&a, &a, nullptr, &c, &b}));
+  EXPECT_EQ(list.begin().operator->(), &list.first->item);
   EXPECT_EQ(list_find(list, &x), nullptr);
   list_remove(list, &x);
   EXPECT_EQ(list_find(list, &a), list.first);

@@ -58,6 +58,7 @@ TEST_F(LogTest, EntryLimitFlushThresholdAndSecondInit) {
   log_printf("b");
   EXPECT_EQ(testing::file_text(path_), "b");
   log_shutdown();
+  EXPECT_EQ(testing::open_descriptor_count(), descriptors);  // a started log closes its file
   // The limit, the flush threshold, and what is on disk after each of the entries a, b, c, d.
   const std::tuple<int, int, std::vector<std::string>> rows[] = {{3, 0, {"a", "ab", "abc", "d"}},
                                                                  {0, 2, {"", "ab", "abc", "abcd"}}};

@@ -115,6 +115,7 @@ TEST(RecvExact, StatusAndCountTable) {
   // for; the count and the status expected.
   const std::tuple<const char*, const char*, bool, long, int, long, int> cases[] = {
       {"length 0 timed", "", false, 0, 50, 0, 1},
+      {"length 0 untimed", "", false, 0, -1, 0, 0},
       {"time-out 0, nothing readable", "", false, 1, 0, 0, -2},
       {"negative time-out polls nothing", "abc", false, 3, -5, 0, -2},
       {"3 of 5 then close, untimed", "abc", true, 5, -1, 3, 0},
