@@ -32,7 +32,8 @@ class RecursiveLock {
 
  private:
   std::atomic<std::uintptr_t> owner_{0};  ///< the holder's mark, and whether it is awaited
-  unsigned depth_ = 0;                    ///< read and written by the holder only
+  unsigned depth_{};  ///< the holder's levels: read and written by it only, set to 1 as it takes
+                      ///< the lock
 };
 
 }  // namespace quorlin
