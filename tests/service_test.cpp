@@ -37,7 +37,9 @@ TEST(ServiceOperations, WithoutAServiceEachShapeFailsItsOwnWay) {
   EXPECT_EQ(drop_network(1), -1);
   EXPECT_EQ(set_connection_type(1, 2), -1);
   EXPECT_EQ(set_shares(1, 1, ShareList()), 0);
+  EXPECT_EQ(connect_to_service(), -1);
   EXPECT_STREQ(buffer, "untouched");
+  EXPECT_EQ(SERVICE_FORM_CAPACITY, 1024u);
 }
 
 // What the operations at the default address make of the service's answers, where neither the

@@ -52,6 +52,9 @@ TEST(NetOptions, ResolveHostAndDebug) {
   EXPECT_EQ(net_proxy_settings()->debug, 1);
   EXPECT_FALSE(net_set_option("verbose", 0));
   EXPECT_EQ(net_log_level(), 2);
+  net_shutdown();
+  net_init();  // a new process-wide proxy takes the level set before
+  EXPECT_EQ(net_proxy_settings()->debug, 1);
   net_set_option("debug", 5);
   EXPECT_EQ(net_proxy_settings()->debug, 0);
   net_shutdown();
