@@ -67,8 +67,8 @@ TEST(ProxyTest, TunnelsThroughMicrosocksAndTinyproxy) {
     EXPECT_TRUE(target.wait_served_more_than(served));
   }
 
-  // With the process-wide proxy switched on, a connection opened anew and one made on a socket
-  // of the caller's both go through it.
+  // With the process-wide proxy switched on, a connection opened anew (the proxy allowed by
+  // default) and one made on a socket of the caller's go through it.
   ASSERT_EQ(net_init(), 0);
   ProxySettings& process_wide = *net_proxy_settings();
   proxy_settings_set_int(process_wide, "proxy_type", 2);
@@ -78,12 +78,17 @@ TEST(ProxyTest, TunnelsThroughMicrosocksAndTinyproxy) {
   proxy_settings_set_text(process_wide, "proxy_password", "s3cret");
   set_proxy_enabled(true);
   const Connection opened = connection_open(0, "127.0.0.1", target.port());
+  const Connection by_default = connection_open_ex(0, "127.0.0.1", target.port(), 0, false);
   const int own = socket_open_any(0, false);
   EXPECT_EQ(socket_connect(own, "127.0.0.1", target.port(), false), own);  // the tunnel's result
   set_proxy_enabled(false);
   net_shutdown();
-  for (const int tunnel : {opened, own}) {
+  for (const int tunnel : {opened, by_default, own}) {  // in the order the target serves them
     ASSERT_GT(tunnel, 0);
+    sockaddr_in peer{};
+    socklen_t size = sizeof peer;
+    getpeername(tunnel, reinterpret_cast<sockaddr*>(&peer), &size);
+    EXPECT_EQ(ntohs(peer.sin_port), socks);  // the proxy's end, not the target's
     EXPECT_EQ(send_all(tunnel, "via\n", 4), 4);
     EXPECT_EQ(testing::read_bytes(tunnel, 4), "via\n");
     connection_close(tunnel);
