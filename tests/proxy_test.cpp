@@ -70,12 +70,7 @@ TEST(ProxyTest, TunnelsThroughMicrosocksAndTinyproxy) {
   // With the process-wide proxy switched on, a connection opened anew (the proxy allowed by
   // default) and one made on a socket of the caller's go through it.
   ASSERT_EQ(net_init(), 0);
-  ProxySettings& process_wide = *net_proxy_settings();
-  proxy_settings_set_int(process_wide, "proxy_type", 2);
-  proxy_settings_set_text(process_wide, "proxy_host", "127.0.0.1");
-  proxy_settings_set_int(process_wide, "proxy_port", socks);
-  proxy_settings_set_text(process_wide, "proxy_user", "alice");
-  proxy_settings_set_text(process_wide, "proxy_password", "s3cret");
+  *net_proxy_settings() = *testing::loopback_proxy(2, socks, "alice", "s3cret");
   set_proxy_enabled(true);
   const Connection opened = connection_open(0, "127.0.0.1", target.port());
   const Connection by_default = connection_open_ex(0, "127.0.0.1", target.port(), 0, false);

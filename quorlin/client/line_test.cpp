@@ -43,22 +43,6 @@ TEST(Line, ALineThatOutgrowsTheHeapKeepsItsBytesAndLeaksNothing) {
   close(ends[1]);
 }
 
-// A line in memory ends at its LF, which `next` points past, or at the text's end (-1); CR is
-// dropped and a NUL ends the line's text.
-TEST(Line, TextLinesAndWhereTheNextOneStarts) {
-  const std::tuple<std::string, std::string, long> cases[] = {
-      {"ab\r\ncd", "ab", 4},
-      {"\nx", "", 1},
-      {"abc", "abc", -1},
-      {std::string("a\0b\n", 4), "a", 4},
-  };
-  for (const auto& [text, line, next] : cases) {
-    long after = 0;
-    EXPECT_EQ(text_line(text, after), line) << text;
-    EXPECT_EQ(after, next) << text;
-  }
-}
-
 // A signal that interrupts a timed wait does not end it: the wait goes on for the time that is
 // left, and the line that comes after the signal is read.
 TEST(Line, ATimedLineWaitsOnThroughASignal) {
