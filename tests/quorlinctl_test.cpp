@@ -175,6 +175,7 @@ TEST(Quorlinctl, ExitStatusesAndMessages) {
       {Misbehaviour::kNone, "invite 77 a@b.c", 1, "quorlinctl: the service refused invite_member"},
       {Misbehaviour::kNone, "network show 77", 1, "quorlinctl: the service has no network 77"},
       {Misbehaviour::kNone, "chat receive 1 nobody", 1, "quorlinctl: the service refused"},
+      {Misbehaviour::kNone, "connection 1 nobody", 1, "quorlinctl: the service refused get_conn"},
       {Misbehaviour::kCloseWithoutReply, "status", 4, "quorlinctl: the service's reply to"},
       {Misbehaviour::kCloseWithoutReply, "local-ip", 4, "quorlinctl: the service's reply to"},
       {Misbehaviour::kNoFinalLineEnd, "networks --json", 4, "quorlinctl: the service's reply"},
