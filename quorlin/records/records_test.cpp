@@ -20,8 +20,7 @@ TEST(MessageQueue, KeepsTheHundredNewestAndPopsOldestFirst) {
   auto member = peer_member_new(nullptr);
   EXPECT_FALSE(peer_member_is_connected(*member));  // connected is ConnectStatus 1, and only 1
   const auto connection = connection_share_new();
-  EXPECT_EQ(connection->name, "Connection");
-  EXPECT_EQ(connection->type, 3);
+  EXPECT_EQ(std::pair(connection->name, connection->type), std::pair(Text("Connection"), 3));
   for (int status : {1, 2}) {
     member->connect_status = status;
     EXPECT_EQ(peer_member_is_connected(*member), status == 1);
@@ -140,6 +139,7 @@ TEST(RecordXml, EveryKindReadsAndWritesBack) {
        "</EnableFolderSharing><EnableConnectionSharing>0</EnableConnectionSharing></PeerNetwork>"
        "</PeerNetworks>"},
       {kNetworks, "<PeerNetwork></PeerNetwork>", "null"},
+      {kNetworks, "<PeerNetworks><PeerNetwork><Id>5</Id></PeerNetwork><PeerNetwork>", "null"},
       // Fixed fields are cut to leave room for the NUL; Role is read but never written.
       {kInfo,
        "<PeerConnectionInfo><Role>3</Role><EncryptionType>8</EncryptionType><PeerIp>"
