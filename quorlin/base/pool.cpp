@@ -130,6 +130,13 @@ void pool_free(void* memory) noexcept {
 
 #endif
 
+namespace {
+
+// The largest List node the pool carves; larger ones would waste the rest of a chunk.
+constexpr std::size_t kPoolLargest = 1024;
+
+}  // namespace
+
 void* list_node_allocate(std::size_t size) {
   return size <= kPoolLargest ? pool_allocate(size) : ::operator new(size);
 }

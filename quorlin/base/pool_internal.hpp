@@ -16,11 +16,10 @@
 
 namespace quorlin {
 
-// The largest object the pool carves; larger sizes go to operator new.
-inline constexpr std::size_t kPoolLargest = 1024;
-
-// Storage for an object of `size` bytes (at most kPoolLargest), aligned for any type; throws
-// std::bad_alloc when the heap has no chunk to give.
+// Storage for an object of `size` bytes, aligned for any type: a small object such as a record
+// of a few hundred bytes, which the pool carves from a chunk whatever its size (List nodes are
+// sorted by list_node_allocate, which sends large ones to operator new). Throws std::bad_alloc
+// when the heap has no chunk to give.
 void* pool_allocate(std::size_t size);
 
 // Frees an object from pool_allocate; null does nothing. Safe from any thread.

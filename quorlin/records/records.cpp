@@ -6,15 +6,14 @@
 
 namespace quorlin {
 
-// The records of a list are many and small, made together and freed together: each kind's new
-// and delete carve them from the pool.
-#define QUORLIN_POOLED_STORAGE(Record)             \
-  void* Record::operator new(std::size_t size) {   \
-    static_assert(sizeof(Record) <= kPoolLargest); \
-    return pool_allocate(size);                    \
-  }                                                \
-  void Record::operator delete(void* memory) {     \
-    pool_free(memory);                             \
+// The records of a list are many and small (a few hundred bytes), made together and freed
+// together: each kind's new and delete carve them from the pool.
+#define QUORLIN_POOLED_STORAGE(Record)           \
+  void* Record::operator new(std::size_t size) { \
+    return pool_allocate(size);                  \
+  }                                              \
+  void Record::operator delete(void* memory) {   \
+    pool_free(memory);                           \
   }
 QUORLIN_POOLED_STORAGE(Accessor)
 QUORLIN_POOLED_STORAGE(AccessList)
