@@ -127,15 +127,16 @@ TEST(Quorlinctl, NetworkNamesThatCouldForgeARow) {
       "</Id><Name>tab\there\vvt</Name></PeerNetwork><PeerNetwork><Id>3</Id><Name>\x1b[31mred\\"
       "</Name></PeerNetwork><PeerNetwork><Id>4</Id><Name>\"q\" \xc3\xa9 \xff\xc3</Name>"
       "</PeerNetwork><PeerNetwork><Id>5</Id></PeerNetwork></PeerNetworks>\n");
-  const testing::ProgramRun table = ctl(service.port(), "networks");
-  EXPECT_EQ(table.status, 0);
-  EXPECT_EQ(table.out,
+  EXPECT_EQ(ctl(service.port(), "networks").out,
             "ID  TYPE  NAME            MEMBERS\n"
             "1   0     a, b            0\n"
             "22  0     tab\\there\\vvt   0\n"
             "3   0     \\x1b[31mred\\\\   0\n"
             "4   0     \"q\" \xc3\xa9 \\xff\\xc3  0\n"
             "5   0     -               0\n");
+  EXPECT_EQ(ctl(service.port(), "network show 22").out,
+            "ID  TYPE  NAME           MEMBERS  PEER  ADDRESS  STATUS  CONNECTION\n"
+            "22  0     tab\\there\\vvt  0\n");
   const testing::ProgramRun listed = ctl(service.port(), "networks --json");
   const json names = json::parse(listed.out);
   EXPECT_EQ(names[1]["Name"], "tab\there\vvt");
