@@ -80,6 +80,8 @@ TEST(RecursiveLock, TheHolderTakesItAgainAndOthersSleepUntilTheLastRelease) {
   RecursiveLock lock;
   ASSERT_TRUE(lock.try_lock());
   lock.lock();
+  ASSERT_TRUE(lock.try_lock());
+  lock.unlock();
   lock.unlock();
   std::thread([&] { EXPECT_FALSE(lock.try_lock()); }).join();
   std::atomic<bool> taken{false};

@@ -50,6 +50,7 @@ TEST_F(LogTest, EntryLimitFlushThresholdAndSecondInit) {
   log_set_int("log_type", 1);
   const int descriptors = testing::open_descriptor_count();
   ASSERT_EQ(log_open_file(), 0);
+  ASSERT_EQ(log_open_file(), 0);  // the file opened again, not twice
   log_shutdown();
   EXPECT_EQ(testing::open_descriptor_count(), descriptors + 1);
   start(1, path_, -2, 0);

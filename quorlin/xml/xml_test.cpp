@@ -273,10 +273,8 @@ TEST(XmlNode, AnAdoptedChildKeepsItsAddressAndTheTreeFreesItOnce) {
   xml_node_add_attribute(*root, "long", long_value);
   EXPECT_EQ(xml_node_attribute(*kept, "k"), "x");
   EXPECT_EQ(xml_node_attribute(*kept, "K"), std::nullopt);
-  EXPECT_EQ(xml_node_attribute(*root, "k"), std::nullopt);
   EXPECT_EQ(describe(root.get()), "r[long=" + long_value + "](y[k=v;k=x](q='2',w='1'),z)");
-  auto child = xml_node_children(*kept).begin();
-  EXPECT_EQ(xml_node_name(*child++), "q");
+  EXPECT_EQ(xml_node_name(*xml_node_children(*kept).begin()++), "q");
 }
 
 // A tree's storage fills each block to its last byte, aligned pieces from the bottom and bytes
@@ -314,7 +312,6 @@ TEST(XmlWriter, CompactTextWithoutEscapingOrSelfClosingAndTheDump) {
 
 TEST(TextBuffer, CapacityIsTheSmallestBlockMultipleAboveLengthPlusRoom) {
   TextBuffer buffer;
-  EXPECT_EQ(buffer.capacity, 0u);                   // nothing before the first reservation
   char* text = text_buffer_reserve(buffer, 10000);  // the first call takes one block
   EXPECT_EQ(buffer.capacity, 512u);
   EXPECT_STREQ(text, "");
