@@ -82,7 +82,7 @@ TEST(XmlParse, ElementRangeAppendsToAGivenParent) {
   const std::string text = "ignored<a>1</a>text<b />";
   EXPECT_EQ(xml_parse_element(parent.get(), text, 7, static_cast<long>(text.size())), nullptr);
   EXPECT_EQ(describe(parent.get()), "p(a='1',b)='text'");
-  xml_parse_attributes(*parent, "=v", 0, 2);  // from the text's first byte, "=": an empty name
+  xml_parse_attributes(*parent, "=\"v\"", 0, 4);  // from the text's first byte, "=": an empty name
   xml_parse_attribute(*parent, "<x k=\"w\" q>", 3, 8);
   xml_parse_attribute(*parent, "<x q>", 3, 4);  // no "=": nothing
   EXPECT_EQ(describe(parent.get()), "p[=v;k=w](a='1',b)='text'");
