@@ -19,9 +19,7 @@ namespace {
 
 std::string headers_picture(const FormFields& headers) {
   std::string out;
-  for (auto* node = headers.first; node != nullptr; node = node->next) {
-    out += "[" + node->item->name + "|" + node->item->value + "]";
-  }
+  for (const auto& field : headers) out += "[" + field->name + "|" + field->value + "]";
   return out;
 }
 

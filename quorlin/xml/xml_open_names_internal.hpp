@@ -266,7 +266,7 @@ class OpenNames {
       if (entry == 0) return -1;
       if (!same_hash(entry, hash)) continue;
       const std::size_t frame = frame_after(entry) - 1;
-      if (frames_.at(frame).hash == hash && xml_scan::same_name(this->name(frame), name)) {
+      if (frames_.at(frame).hash == hash && same_bytes(this->name(frame), name)) {
         return frame < size_ ? static_cast<long>(frame) : -1;
       }
     }
@@ -308,7 +308,7 @@ class OpenNames {
       const Slot entry = slots_[slot];
       if (!same_hash(entry, frame.hash)) continue;
       const Frame& other = frames_.at(frame_after(entry) - 1);
-      if (other.hash == frame.hash && xml_scan::same_name({other.name, other.size}, entering)) {
+      if (other.hash == frame.hash && same_bytes({other.name, other.size}, entering)) {
         return false;
       }
     }

@@ -83,25 +83,6 @@ inline std::size_t copy_before_nul(char* target, std::string_view text) {
   return at;
 }
 
-// Whether two byte strings are equal; names are short, and compared without a loop up to 16
-// bytes.
-inline bool same_name(std::string_view a, std::string_view b) {
-  const std::size_t size = a.size();
-  if (size != b.size()) return false;
-  const char* x = a.data();
-  const char* y = b.data();
-  if (size > 16) return std::memcmp(x, y, size) == 0;
-  if (size >= 8) {
-    return ((word_at<std::uint64_t>(x) ^ word_at<std::uint64_t>(y)) |
-            (word_at<std::uint64_t>(x + size - 8) ^ word_at<std::uint64_t>(y + size - 8))) == 0;
-  }
-  if (size >= 4) {
-    return ((word_at<std::uint32_t>(x) ^ word_at<std::uint32_t>(y)) |
-            (word_at<std::uint32_t>(x + size - 4) ^ word_at<std::uint32_t>(y + size - 4))) == 0;
-  }
-  return size == 0 || (x[0] == y[0] && x[size / 2] == y[size / 2] && x[size - 1] == y[size - 1]);
-}
-
 // Whether "</" begins at `at`.
 inline bool closing_start_at(std::string_view text, long at) {
   return text[static_cast<std::size_t>(at)] == '<' &&
@@ -115,7 +96,7 @@ inline bool closing_tag_at(std::string_view text, long at, std::string_view name
   if (static_cast<std::size_t>(at) + size > text.size()) return false;
   const char* tag = text.data() + at;
   return tag[0] == '<' && tag[1] == '/' && tag[size - 1] == '>' &&
-         same_name(std::string_view(tag + 2, name.size()), name);
+         same_bytes(std::string_view(tag + 2, name.size()), name);
 }
 
 // The first "</" that begins in text[from, end), or -1. A block is compared with "<" and the
